@@ -1,0 +1,31 @@
+# The compiler and linker flags of everything that is built here. They are no part of the library's
+# interface: a consumer of the installed package never sees them.
+add_library(platform_flags INTERFACE)
+target_compile_options(platform_flags INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${PLATFORM_WERROR}>:-Werror>)
+
+if(PLATFORM_SANITIZE)
+    target_compile_options(platform_flags INTERFACE
+        -fsanitize=${PLATFORM_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(platform_flags INTERFACE
+        -fsanitize=${PLATFORM_SANITIZE} -fno-sanitize-recover=all)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        # GCC's manual: sanitizing causes false positives of this warning. The plain presets keep it.
+        target_compile_options(platform_flags INTERFACE -Wno-maybe-uninitialized)
+    endif()
+endif()
+
+# libc++ keeps <stop_token> behind a flag, which then concerns the library's headers too.
+include(CheckCXXSourceCompiles)
+set(stop_token_source "#include <stop_token>\nint main() { return std::stop_source().stop_requested(); }")
+check_cxx_source_compiles("${stop_token_source}" PLATFORM_HAS_STOP_TOKEN)
+if(NOT PLATFORM_HAS_STOP_TOKEN)
+    set(CMAKE_REQUIRED_FLAGS -fexperimental-library)
+    check_cxx_source_compiles("${stop_token_source}" PLATFORM_HAS_EXPERIMENTAL_STOP_TOKEN)
+    if(NOT PLATFORM_HAS_EXPERIMENTAL_STOP_TOKEN)
+        unset(PLATFORM_HAS_STOP_TOKEN CACHE)
+        unset(PLATFORM_HAS_EXPERIMENTAL_STOP_TOKEN CACHE)
+        message(FATAL_ERROR "The C++ standard library has no <stop_token>.")
+    endif()
+endif()
+unset(CMAKE_REQUIRED_FLAGS)
