@@ -1,0 +1,113 @@
+#include <Platform/base/Data.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <new>
+#include <utility>
+
+namespace Platform {
+namespace {
+
+constexpr std::size_t smallestGrowth = 64;
+
+} // namespace
+
+Data::Data(std::span<const std::byte> bytes) {
+    append(bytes);
+}
+
+Data::Data(std::string_view text) {
+    append(text);
+}
+
+Data::Data(const Data& other) : Data(std::span(other)) {}
+
+Data::Data(Data&& other) noexcept
+    : bytes_(std::exchange(other.bytes_, nullptr)), size_(std::exchange(other.size_, 0)),
+      capacity_(std::exchange(other.capacity_, 0)) {}
+
+Data& Data::operator=(const Data& other) {
+    if (this != &other) {
+        reserve(other.size_);
+        clear();
+        append(other);
+    }
+    return *this;
+}
+
+Data& Data::operator=(Data&& other) noexcept {
+    Data taken(std::move(other));
+    std::swap(bytes_, taken.bytes_);
+    std::swap(size_, taken.size_);
+    std::swap(capacity_, taken.capacity_);
+    return *this;
+}
+
+Data::~Data() {
+    std::free(bytes_);
+}
+
+std::string_view Data::view() const noexcept {
+    return {reinterpret_cast<const char*>(bytes_), size_};
+}
+
+void Data::reserve(std::size_t capacity) {
+    if (capacity > capacity_) {
+        reallocate(capacity);
+    }
+}
+
+void Data::append(std::span<const std::byte> bytes) {
+    // A part of this object moves along when the block does: remember where it is, not its address.
+    const bool own =
+        !std::less<>()(bytes.data(), bytes_) && std::less<>()(bytes.data(), bytes_ + size_);
+    const std::size_t offset = own ? static_cast<std::size_t>(bytes.data() - bytes_) : 0;
+    if (bytes.empty()) {
+        return;
+    }
+    const std::span<std::byte> target = appendUninitialized(bytes.size());
+    std::memcpy(target.data(), own ? bytes_ + offset : bytes.data(), bytes.size());
+}
+
+void Data::append(std::string_view text) {
+    append(std::as_bytes(std::span(text)));
+}
+
+std::span<std::byte> Data::appendUninitialized(std::size_t count) {
+    if (count > capacity_ - size_) {
+        if (count > std::numeric_limits<std::size_t>::max() / 2 - size_) {
+            throw std::bad_alloc();
+        }
+        const std::size_t growth = size_ == 0 ? 0 : std::max(2 * capacity_, smallestGrowth);
+        reallocate(std::max(size_ + count, growth));
+    }
+    size_ += count;
+    return {bytes_ + size_ - count, count};
+}
+
+void Data::truncate(std::size_t size) noexcept {
+    size_ = std::min(size_, size);
+}
+
+void Data::wipe() noexcept {
+    if (bytes_) {
+        std::memset(bytes_, 0, capacity_);
+        // The block may be looked at here, says this empty instruction, so the zeros are needed.
+        asm volatile("" : : "r"(bytes_) : "memory");
+    }
+    clear();
+}
+
+void Data::reallocate(std::size_t capacity) {
+    void* const block = std::realloc(bytes_, capacity);
+    if (!block) {
+        throw std::bad_alloc();
+    }
+    bytes_ = static_cast<std::byte*>(block);
+    capacity_ = capacity;
+}
+
+} // namespace Platform

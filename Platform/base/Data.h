@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string_view>
+
+namespace Platform {
+
+/// A growable array of bytes with value semantics.
+///
+/// It owns one block, which grows without being zeroed and, when big, is moved by the kernel rather
+/// than copied. A moved-from object is empty. Converts to `std::span<const std::byte>` by itself,
+/// being a contiguous range. Spans, views and iterators into it hold until it is next changed.
+/// Every operation that grows throws `std::bad_alloc` and then leaves the object as it was.
+///
+/// Const operations are callable from any thread; otherwise not synchronised.
+class Data {
+public:
+    Data() noexcept = default;
+    /// Copies the bytes.
+    explicit Data(std::span<const std::byte> bytes);
+    /// Copies the bytes of the text.
+    explicit Data(std::string_view text);
+
+    Data(const Data& other);
+    Data(Data&& other) noexcept;
+    Data& operator=(const Data& other);
+    Data& operator=(Data&& other) noexcept;
+    ~Data();
+
+    std::byte* data() noexcept { return bytes_; }
+    const std::byte* data() const noexcept { return bytes_; }
+    std::size_t size() const noexcept { return size_; }
+    bool empty() const noexcept { return size_ == 0; }
+    /// Bytes that fit before the block has to grow.
+    std::size_t capacity() const noexcept { return capacity_; }
+
+    std::byte* begin() noexcept { return bytes_; }
+    std::byte* end() noexcept { return bytes_ + size_; }
+    const std::byte* begin() const noexcept { return bytes_; }
+    const std::byte* end() const noexcept { return bytes_ + size_; }
+
+    /// The bytes as text, undecoded.
+    std::string_view view() const noexcept;
+
+    /// Makes room for at least `capacity` bytes in all; never shrinks.
+    void reserve(std::size_t capacity);
+
+    /// Appends a copy of the bytes, which may be a part of this object.
+    void append(std::span<const std::byte> bytes);
+    /// Appends a copy of the text's bytes, which may be a part of this object.
+    void append(std::string_view text);
+
+    /// Grows by `count` bytes of no particular value and returns them to be filled. What is not
+    /// filled is taken back with `truncate`.
+    std::span<std::byte> appendUninitialized(std::size_t count);
+
+    /// Keeps the first `size` bytes; does nothing when there are no more. The block stays.
+    void truncate(std::size_t size) noexcept;
+
+    /// Empties; the block stays.
+    void clear() noexcept { size_ = 0; }
+
+    /// Overwrites the whole block with zeros, in a way that the optimiser cannot drop, and empties.
+    /// Blocks that were outgrown earlier are not reached: `reserve` first where that matters.
+    void wipe() noexcept;
+
+    friend bool operator==(const Data& left, const Data& right) noexcept {
+        return left.view() == right.view();
+    }
+
+private:
+    void reallocate(std::size_t capacity);
+
+    std::byte* bytes_ = nullptr;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
+};
+
+} // namespace Platform

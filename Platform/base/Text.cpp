@@ -1,0 +1,107 @@
+#include <Platform/base/Text.h>
+
+#include <cstdint>
+#include <cstring>
+
+namespace Platform {
+namespace {
+
+constexpr std::string_view replacement = "\xEF\xBF\xBD";
+
+unsigned char byteAt(std::string_view text, std::size_t index) {
+    return static_cast<unsigned char>(text[index]);
+}
+
+/// The number of ASCII bytes from `start` on.
+std::size_t asciiLength(std::string_view text, std::size_t start) {
+    std::size_t index = start;
+    while (text.size() - index >= 8) {
+        std::uint64_t word;
+        std::memcpy(&word, text.data() + index, 8);
+        if (word & 0x8080808080808080U) {
+            break;
+        }
+        index += 8;
+    }
+    while (index < text.size() && byteAt(text, index) < 0x80) {
+        ++index;
+    }
+    return index - start;
+}
+
+struct Sequence {
+    std::size_t length;
+    bool valid;
+};
+
+/// The sequence that the lead byte at `start`, not ASCII, begins: the whole of it when valid, else
+/// its longest start that could have become valid, at least the one byte.
+Sequence sequenceAt(std::string_view text, std::size_t start) {
+    const unsigned char lead = byteAt(text, start);
+    if (lead < 0xC2 || lead > 0xF4) {
+        return {1, false};
+    }
+    const std::size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    // Only the second byte is restricted further: against overlong forms, surrogates, too much.
+    unsigned char low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+    unsigned char high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+    for (std::size_t index = 1; index < length; ++index) {
+        if (start + index == text.size() || byteAt(text, start + index) < low ||
+            byteAt(text, start + index) > high) {
+            return {index, false};
+        }
+        low = 0x80;
+        high = 0xBF;
+    }
+    return {length, true};
+}
+
+} // namespace
+
+std::string decodeUTF8(std::string_view bytes) {
+    std::string result;
+    std::size_t copied = 0; // what lies before is in the result
+    std::size_t index = 0;
+    for (;;) {
+        index += asciiLength(bytes, index);
+        if (index == bytes.size()) {
+            break;
+        }
+        const Sequence sequence = sequenceAt(bytes, index);
+        if (!sequence.valid) {
+            result.append(bytes, copied, index - copied).append(replacement);
+            copied = index + sequence.length;
+        }
+        index += sequence.length;
+    }
+    return result.append(bytes, copied);
+}
+
+std::string decodeUTF8(std::span<const std::byte> bytes) {
+    return decodeUTF8(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+}
+
+std::string singleLine(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    for (std::size_t index = 0; index < text.size();) {
+        const unsigned char byte = byteAt(text, index);
+        const std::string_view rest = text.substr(index);
+        if (byte < 0x20 || byte == 0x7F) {
+            result += ' ';
+            index += 1;
+        } else if (byte == 0xC2 && rest.size() > 1 && byteAt(rest, 1) < 0xA0) {
+            result += ' ';
+            index += 2;
+        } else if (rest.starts_with("\xE2\x80\xA8") || rest.starts_with("\xE2\x80\xA9")) {
+            result += ' ';
+            index += 3;
+        } else {
+            result += text[index];
+            index += 1;
+        }
+    }
+    return result;
+}
+
+} // namespace Platform

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace Platform {
+
+/// The bytes as valid UTF-8. Each invalid sequence is replaced by U+FFFD in the way that Unicode
+/// recommends: one for each longest start of a sequence that could have become valid, else one for
+/// the byte. Surrogates, overlong forms and values above U+10FFFF are invalid.
+///
+/// Valid bytes, zeros and a byte order mark included, are copied as they are. Pure; throws
+/// `std::bad_alloc`.
+std::string decodeUTF8(std::span<const std::byte> bytes);
+std::string decodeUTF8(std::string_view bytes);
+
+/// The text as a single line: every control character (C0, DEL, C1 in UTF-8) and the line and
+/// paragraph separators become one space each; the rest, invalid bytes included, stays.
+/// Pure; throws `std::bad_alloc`.
+std::string singleLine(std::string_view text);
+
+} // namespace Platform
