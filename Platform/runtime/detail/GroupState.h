@@ -1,0 +1,98 @@
+#pragma once
+
+#include <Platform/runtime/detail/TaskContext.h>
+#include <Platform/runtime/detail/TaskPromise.h>
+
+#include <coroutine>
+#include <cstddef>
+#include <mutex>
+
+namespace Platform::detail {
+
+class GroupState;
+
+/// A task group's child: stands in one of its group's lists.
+class ChildContext : public TaskContext {
+protected:
+    explicit ChildContext(GroupState& group) noexcept;
+
+    void publishEnd() noexcept;
+
+private:
+    friend class GroupState;
+
+    GroupState& group_;
+    ChildContext* previous_ = nullptr;
+    ChildContext* next_ = nullptr;
+    bool told_ = false; ///< Stands in the list of those that were cancelled.
+};
+
+/// What a task group knows of its children. Used by the parent's task, the ending children and
+/// whoever cancels.
+class GroupState {
+public:
+    /// To be made by the task whose children these are.
+    GroupState() noexcept : parent_(*TaskContext::current()) {}
+    GroupState(const GroupState&) = delete;
+    GroupState& operator=(const GroupState&) = delete;
+    /// All children have ended.
+    ~GroupState();
+
+    TaskContext& parent() const noexcept { return parent_; }
+
+    void start(ChildContext& child) noexcept;
+    void cancelAll() noexcept;
+
+    /// The child that ended first of those not yet taken, or null. The caller releases it.
+    ChildContext* takeEnded() noexcept;
+
+    enum class Until { nextEnded, allEnded };
+
+    /// Suspends the parent until there is a child to take, or none is left that runs.
+    class Wait : public Awaitable {
+    public:
+        Wait(GroupState& group, Until until) noexcept : group_(group), until_(until) {}
+
+        bool await_ready() const noexcept { return false; }
+        template <class Promise>
+        bool await_suspend(std::coroutine_handle<Promise> awaiting) const noexcept {
+            group_.parent_.suspendAt(awaiting);
+            return group_.park(until_);
+        }
+        void await_resume() const noexcept {}
+
+    private:
+        GroupState& group_;
+        Until until_;
+    };
+
+private:
+    friend class ChildContext;
+
+    class List {
+    public:
+        bool empty() const noexcept { return !first_; }
+        void append(ChildContext& child) noexcept;
+        void remove(ChildContext& child) noexcept;
+        ChildContext* takeFirst() noexcept;
+
+    private:
+        ChildContext* first_ = nullptr;
+        ChildContext* last_ = nullptr;
+    };
+
+    bool park(Until until) noexcept;
+    void ended(ChildContext& child) noexcept;
+    bool isOver(Until until) const noexcept;
+
+    TaskContext& parent_;
+    std::mutex mutex_;
+    List running_;
+    List cancelled_; ///< Running too, but told to end.
+    List ended_;
+    bool isCancelled_ = false;
+    bool parked_ = false;
+    Until until_ = Until::nextEnded;
+};
+
+} // namespace Platform::detail
