@@ -1,0 +1,114 @@
+#include <Platform/transport/FIFO.h>
+
+#include <Platform/base/Errno.h>
+#include <Platform/base/TemporaryDirectory.h>
+#include <Platform/base/detail/Sigpipe.h>
+#include <Platform/base/detail/SystemCall.h>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace Platform {
+
+using detail::systemCall;
+using detail::SystemCall;
+
+FIFO::ReadHandle::ReadHandle(FileDescriptor descriptor, std::shared_ptr<FIFO> fifo) noexcept
+    : fifo_(std::move(fifo)), descriptor_(std::move(descriptor)) {}
+
+Data FIFO::ReadHandle::read(std::size_t upToCount) const {
+    Data bytes;
+    bytes.truncate(descriptor_.read(bytes.appendUninitialized(upToCount)));
+    return bytes;
+}
+
+std::optional<Data> FIFO::ReadHandle::readToEnd() const {
+    Data bytes = descriptor_.readToEnd();
+    if (bytes.empty()) return std::nullopt;
+    return bytes;
+}
+
+FIFO::WriteHandle::WriteHandle(FileDescriptor descriptor, std::shared_ptr<FIFO> fifo) noexcept
+    : fifo_(std::move(fifo)), descriptor_(std::move(descriptor)) {}
+
+std::size_t FIFO::WriteHandle::write(std::span<const std::byte> bytes) const {
+    return descriptor_.write(bytes);
+}
+
+FIFO::FIFO(Token, std::string path, bool removesAtEnd) noexcept
+    : path_(std::move(path)), removesAtEnd_(removesAtEnd) {}
+
+FIFO::~FIFO() {
+    if (!removesAtEnd_) return;
+    try {
+        unlink();
+    } catch (...) { // NOLINT(bugprone-empty-catch): somebody else may have removed it; no matter.
+    }
+}
+
+std::shared_ptr<FIFO> FIFO::create() {
+    return createAtPath(makeTemporaryPipePath());
+}
+
+std::shared_ptr<FIFO> FIFO::createAtPath(std::string path) {
+    auto fifo = std::make_shared<FIFO>(Token{}, std::move(path), true);
+    try {
+        systemCall(SystemCall::mkfifo, [&] { return ::mkfifo(fifo->path_.c_str(), 0600); });
+    } catch (...) {
+        fifo->removesAtEnd_ = false; // what is there is not ours
+        throw;
+    }
+    return fifo;
+}
+
+std::shared_ptr<FIFO> FIFO::openAtPath(std::string path) {
+    return std::make_shared<FIFO>(Token{}, std::move(path), false);
+}
+
+FileDescriptor FIFO::open(int mode) const {
+    FileDescriptor descriptor(
+        systemCall(SystemCall::open, [&] { return ::open(path_.c_str(), mode | O_CLOEXEC); }));
+    // A path from the environment may name anything: never write to a file, nor remove it.
+    struct stat status;
+    systemCall(SystemCall::fstat, [&] { return ::fstat(descriptor.get(), &status); });
+    if (!S_ISFIFO(status.st_mode)) throw Errno(EINVAL, path_ + " is not a named pipe");
+    return descriptor;
+}
+
+FIFO::ReadHandle FIFO::handleForReading() {
+    FileDescriptor descriptor = open(O_RDONLY);
+    detail::suppressSigpipe(descriptor.get());
+    return {std::move(descriptor), shared_from_this()};
+}
+
+FIFO::WriteHandle FIFO::handleForWriting() {
+    FileDescriptor descriptor = open(O_WRONLY);
+    detail::suppressSigpipe(descriptor.get());
+    return {std::move(descriptor), shared_from_this()};
+}
+
+Data FIFO::receive(std::size_t upToCount) {
+    return handleForReading().read(upToCount);
+}
+
+std::size_t FIFO::send(std::span<const std::byte> bytes) {
+    return handleForWriting().write(bytes);
+}
+
+void FIFO::unlink() {
+    unlinkHoldingOpen().reset();
+}
+
+FileDescriptor FIFO::unlinkHoldingOpen() {
+    if (unlinked_) return {};
+    // Counts as a reader and a writer and never blocks: it lets every blocked opener go on.
+    FileDescriptor releasing = open(O_RDWR | O_NONBLOCK);
+    systemCall(SystemCall::unlink, [&] { return ::unlink(path_.c_str()); });
+    unlinked_ = true;
+    return releasing;
+}
+
+} // namespace Platform

@@ -1,0 +1,198 @@
+#include <Platform/transport/MessageBus.h>
+
+#include <Platform/base/Errno.h>
+#include <Platform/base/FileDescriptor.h>
+#include <Platform/base/Text.h>
+#include <Platform/runtime/Cancellation.h>
+#include <Platform/runtime/CheckedContinuation.h>
+#include <Platform/transport/FIFO.h>
+
+#include <cerrno>
+#include <exception>
+#include <mutex>
+#include <utility>
+
+namespace Platform {
+
+using Message = MessageBus::Message;
+
+std::optional<Message::ID> Message::idFromByte(std::uint8_t byte) noexcept {
+    if (byte > static_cast<std::uint8_t>(ID::filePath)) return std::nullopt;
+    return static_cast<ID>(byte);
+}
+
+const Message& Message::ok() noexcept {
+    static const Message message(ID::ok, Data());
+    return message;
+}
+
+const Message& Message::abort() noexcept {
+    static const Message message(ID::abort, Data());
+    return message;
+}
+
+Message Message::data(std::span<const std::byte> bytes) {
+    return {ID::data, Data(bytes)};
+}
+
+Message Message::text(std::string_view text) {
+    return {ID::text, Data(text)};
+}
+
+Message Message::filePath(std::string_view path) {
+    return {ID::filePath, Data(path)};
+}
+
+Message::Message(ID id, Data data) noexcept : id_(id), data_(std::move(data)) {}
+
+std::string Message::string() const {
+    return decodeUTF8(data_);
+}
+
+namespace {
+
+/// The message in a transmission that was read to its end.
+Message decode(const std::optional<Data>& frame) {
+    const auto id = frame ? Message::idFromByte(std::to_integer<std::uint8_t>(*frame->data()))
+                          : std::nullopt;
+    if (!id) throw Errno(EBADMSG);
+    return {*id, Data(std::span<const std::byte>(*frame).subspan(1))};
+}
+
+} // namespace
+
+/// What the bus shares with its operations on the queue, which may outlive it.
+struct MessageBus::State {
+    explicit State(std::shared_ptr<FIFO> pipe) noexcept : fifo_(std::move(pipe)) {}
+
+    /// Absent once the bus is destroyed.
+    std::shared_ptr<FIFO> fifo() {
+        const std::lock_guard guard(mutex_);
+        return fifo_;
+    }
+
+    void destroy() {
+        const std::lock_guard guard(mutex_);
+        if (!fifo_) return;
+        FileDescriptor releasing = fifo_->unlinkHoldingOpen();
+        // An operation that has looked the path up but does not yet block in its open would miss a
+        // release that is over by then, and wait for ever on a pipe without a name.
+        if (opening_) releasing_ = std::move(releasing);
+        fifo_.reset();
+    }
+
+    /// Runs one open of the pipe on the queue.
+    template <class Open>
+    auto open(Open open) {
+        const Opening opening(*this);
+        return open();
+    }
+
+private:
+    class Opening {
+    public:
+        explicit Opening(State& state) : state_(state) {
+            const std::lock_guard guard(state_.mutex_);
+            state_.opening_ = true;
+        }
+        Opening(const Opening&) = delete;
+        Opening& operator=(const Opening&) = delete;
+        ~Opening() {
+            const std::lock_guard guard(state_.mutex_);
+            state_.opening_ = false;
+            state_.releasing_.reset();
+        }
+
+    private:
+        State& state_;
+    };
+
+    std::mutex mutex_;
+    std::shared_ptr<FIFO> fifo_;
+    bool opening_ = false; ///< The queue is in an open of the pipe.
+    FileDescriptor releasing_; ///< Of a destruction meanwhile; closed once the open has returned.
+};
+
+MessageBus::MessageBus(Token, std::shared_ptr<State> state, bool destroysAtEnd)
+    : path_(state->fifo()->path()), state_(std::move(state)), queue_("serialMessageBus"),
+      destroysAtEnd_(destroysAtEnd) {}
+
+std::shared_ptr<MessageBus> MessageBus::create() {
+    return std::make_shared<MessageBus>(Token{}, std::make_shared<State>(FIFO::create()), true);
+}
+
+std::shared_ptr<MessageBus> MessageBus::openAtPath(std::string path) {
+    auto state = std::make_shared<State>(FIFO::openAtPath(std::move(path)));
+    return std::make_shared<MessageBus>(Token{}, std::move(state), false);
+}
+
+MessageBus::~MessageBus() {
+    if (!destroysAtEnd_) return;
+    try {
+        destroy();
+    } catch (...) { // NOLINT(bugprone-empty-catch): nobody is left to be told.
+    }
+}
+
+Task<bool> MessageBus::send(Message message) {
+    return send(shared_from_this(), std::move(message));
+}
+
+Task<bool> MessageBus::send(std::shared_ptr<MessageBus> bus, Message message) {
+    const std::shared_ptr<FIFO> fifo = bus->state_->fifo();
+    if (!fifo) co_return false;
+    checkCancellation();
+    Data frame;
+    frame.reserve(message.data().size() + 1);
+    frame.appendUninitialized(1)[0] = static_cast<std::byte>(message.id());
+    frame.append(message.data());
+
+    auto sent = withCheckedContinuation<bool>("send(_:)", [&](CheckedContinuation<bool> continuation) {
+        bus->queue_.submit([continuation, fifo, state = bus->state_, frame = std::move(frame)] {
+            try {
+                std::size_t count = 0;
+                {
+                    const auto handle = state->open([&] { return fifo->handleForWriting(); });
+                    count = handle.write(frame);
+                }
+                continuation.resume(count == frame.size());
+            } catch (...) {
+                continuation.resumeThrowing(std::current_exception());
+            }
+        });
+    });
+    co_return co_await sent;
+}
+
+Task<Message> MessageBus::receive() {
+    return receive(shared_from_this());
+}
+
+Task<Message> MessageBus::receive(std::shared_ptr<MessageBus> bus) {
+    const std::shared_ptr<FIFO> fifo = bus->state_->fifo();
+    if (!fifo) throw Errno(EPIPE);
+    checkCancellation();
+
+    auto received = withCheckedContinuation<Message>(
+        "receive()", [&](CheckedContinuation<Message> continuation) {
+            bus->queue_.submit([continuation, fifo, state = bus->state_] {
+                try {
+                    std::optional<Data> frame;
+                    {
+                        const auto handle = state->open([&] { return fifo->handleForReading(); });
+                        frame = handle.readToEnd();
+                    }
+                    continuation.resume(decode(frame));
+                } catch (...) {
+                    continuation.resumeThrowing(std::current_exception());
+                }
+            });
+        });
+    co_return co_await received;
+}
+
+void MessageBus::destroy() {
+    state_->destroy();
+}
+
+} // namespace Platform

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <Platform/base/Log.h>
+#include <Platform/runtime/Task.h>
+#include <Platform/runtime/TaskHandle.h>
+#include <Platform/transport/MessageBus.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+/// What the hand-offs (a request of a small client program, answered by its host) have in common.
+namespace Platform::detail {
+
+/// Names the pipe of the host to the programs that it starts.
+inline constexpr const char* handOffVariable = "MV_EDITOR_CONN";
+
+/// The client's exchange: sends the program's only argument to its host as a message of kind `request`,
+/// and returns the host's answer. Throws `Errno(usageError)` unless there is just one argument,
+/// `ENOTRECOVERABLE` when no host is named in the environment, and what the bus throws.
+Task<MessageBus::Message> askHost(MessageBus::Message::ID request, int usageError);
+
+/// The host's side: a bus of its own, and a detached task that answers its requests, one at a time.
+class HandOffServer {
+public:
+    /// Called from the serving task; kept until that has ended.
+    using Answer = std::function<Task<MessageBus::Message>(MessageBus::Message request)>;
+
+    /// Whether the error that ends serving is logged also when the server was stopped.
+    enum class EndingLog { always, unlessStopped };
+
+    /// Creates the bus and starts serving. Throws what `MessageBus::create` and `detached` throw.
+    HandOffServer(Logger logger, EndingLog endingLog, Answer answer);
+    HandOffServer(const HandOffServer&) = delete;
+    HandOffServer& operator=(const HandOffServer&) = delete;
+    ~HandOffServer();
+
+    const std::string& path() const noexcept { return path_; }
+    std::map<std::string, std::string> environment() const;
+
+    void stop();
+
+private:
+    static Task<void> serve(std::shared_ptr<MessageBus> bus, Logger logger, EndingLog endingLog,
+                            Answer answer);
+
+    std::string path_;
+    std::mutex mutex_;
+    std::shared_ptr<MessageBus> bus_; ///< Until it is destroyed.
+    TaskHandle<void> task_;           ///< Until it is cancelled.
+};
+
+} // namespace Platform::detail

@@ -1,0 +1,13 @@
+#include <Platform/editor/Client.h>
+#include <Platform/runtime/RunMain.h>
+
+#include <cstdlib>
+
+// The task waits for nothing but the pipe, so its thread may as well do the waiting.
+int main() try {
+    Platform::runMain(Platform::Editor::Client::main(),
+                      Platform::IdleThread::runsBlockingWork);
+    return EXIT_SUCCESS;
+} catch (...) {
+    return EXIT_FAILURE;
+}
