@@ -17,7 +17,9 @@ namespace Platform {
 /// Owns its coroutine's frame; move-only. Arguments of a coroutine are best taken by value: they are
 /// kept in the frame, references are not extended. A capturing coroutine lambda must outlive its
 /// task, unless it is handed to `detached`, a task group or another function here that says that it
-/// keeps the callable.
+/// keeps the callable. (g++ 12 destroys a temporary lambda or aggregate inside a `co_await` expression
+/// twice: what it captures beyond references and plain values needs a name of its own, a statement
+/// earlier.)
 ///
 /// The awaited task runs as a part of the awaiting one: same executor, priority and cancellation.
 /// Inside a `Task` only this library's awaitables can be awaited; `withCheckedContinuation` bridges

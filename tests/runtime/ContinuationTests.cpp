@@ -1,0 +1,115 @@
+#include <Platform/base/detail/LogSink.h>
+#include <Platform/runtime/CheckedContinuation.h>
+#include <Platform/runtime/RunMain.h>
+#include <Platform/runtime/TaskHandle.h>
+#include <support/SeededExecutor.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdio>
+#include <functional>
+#include <latch>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+namespace Platform {
+namespace {
+
+using namespace Testing;
+
+std::string logged;
+
+void keepLog(const char* label, std::string_view text) {
+    logged += std::string(label) + ": " + std::string(text) + "\n";
+}
+
+void printLog(const char* label, std::string_view text) {
+    std::fprintf(stderr, "%s: %.*s\n", label, static_cast<int>(text.size()), text.data());
+}
+
+TEST(CheckedContinuation, EndsTheWaitWithWhatItWasGiven) {
+    runMain([]() -> Task<void> {
+        EXPECT_EQ(co_await withCheckedContinuation<int>("now", [](auto it) { it.resume(3); }), 3);
+        const auto error = std::make_exception_ptr(std::runtime_error("given"));
+        EXPECT_THROW(co_await withCheckedContinuation<int>(
+                         "error", [error](auto it) { it.resumeThrowing(error); }),
+                     std::runtime_error);
+        EXPECT_THROW(co_await withCheckedContinuation<int>(
+                         "body", [](auto) { throw std::logic_error("body"); }),
+                     std::logic_error);
+        // As a host keeps it: in a copyable callback, answered later from another thread.
+        std::function<void(std::string)> answer;
+        std::thread window;
+        auto wait = withCheckedContinuation<std::string>("ask", [&](auto it) {
+            answer = [it](std::string text) { it.resume(std::move(text)); };
+            window = std::thread([answer] { answer("later"); });
+        });
+        EXPECT_EQ(co_await wait, "later");
+        window.join();
+    }());
+}
+
+TEST(CheckedContinuation, ResumingOnlySchedules) {
+    SeededExecutor executor(1);
+    std::optional<CheckedContinuation<int>> continuation;
+    int got = 0;
+    auto task = detached([&]() -> Task<void> {
+        auto wait = withCheckedContinuation<int>([&](auto it) { continuation = it; });
+        got = co_await wait;
+    });
+    executor.runUntilIdle();
+    continuation->resume(5);
+    EXPECT_EQ(got, 0);
+    executor.runUntilIdle();
+    EXPECT_EQ(got, 5);
+    EXPECT_TRUE(task.hasEnded());
+}
+
+TEST(CheckedContinuation, MisuseIsToldWithTheLabel) {
+    const auto before = detail::setLogSink(keepLog);
+    static TaskHandle<void> waitsForEver; // keeps the parked task reachable
+    {
+        SeededExecutor executor(1);
+        waitsForEver = detached([]() -> Task<void> {
+            auto wait = withCheckedContinuation("lost", [](const auto&) {});
+            co_await wait;
+        });
+        executor.runUntilIdle();
+        EXPECT_FALSE(waitsForEver.hasEnded());
+    }
+    EXPECT_EQ(logged, "continuation: error: lost was dropped without being resumed: "
+                      "its task waits for ever\n");
+    detail::setLogSink(printLog);
+    EXPECT_DEATH(runMain([]() -> Task<void> {
+                     co_await withCheckedContinuation("double", [](auto it) {
+                         it.resume();
+                         it.resume();
+                     });
+                 }()),
+                 "continuation: error: double was resumed twice");
+    detail::setLogSink(before);
+}
+
+TEST(CheckedContinuation, RacesWithItsOwnSuspension) {
+    std::optional<CheckedContinuation<int>> shared;
+    for (int round = 0; round < rounds(10'000, 500'000); ++round) {
+        std::latch handedOver(2);
+        auto task = detached([&]() -> Task<int> {
+            auto wait = withCheckedContinuation<int>("race", [&](auto it) {
+                shared = it;
+                handedOver.arrive_and_wait();
+            });
+            co_return co_await wait;
+        });
+        handedOver.arrive_and_wait();
+        std::exchange(shared, std::nullopt)->resume(round);
+        ASSERT_EQ(runMain([](TaskHandle<int>& handle) -> Task<int> { co_return co_await handle; }(task)),
+                  round);
+    }
+}
+
+} // namespace
+} // namespace Platform

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <Platform/runtime/Executor.h>
+#include <Platform/runtime/Task.h>
+#include <Platform/runtime/TaskHandle.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <random>
+#include <vector>
+
+namespace Platform::Testing {
+
+/// Runs detached tasks on the calling thread, in an order that the seed decides: the same seed, the same
+/// schedule. In place from construction to destruction.
+class SeededExecutor final : public Executor {
+public:
+    explicit SeededExecutor(std::uint64_t seed) : random_(seed) {
+        detail::setDefaultExecutor(this);
+    }
+    ~SeededExecutor() { detail::setDefaultExecutor(nullptr); }
+
+    void enqueue(detail::TaskContext& task) noexcept override;
+
+    /// Runs ready tasks until there are none.
+    void runUntilIdle();
+
+    /// Runs ready tasks, waiting for those that other threads make ready, until the condition holds.
+    /// Aborts the program with a message when a minute passes without a ready task.
+    void runUntil(const std::function<bool()>& condition);
+
+    /// Below `bound`, from the same seed.
+    std::size_t choose(std::size_t bound) { return random_() % bound; }
+
+private:
+    bool runOne();
+
+    std::mt19937_64 random_;
+    std::mutex mutex_;
+    std::condition_variable added_;
+    std::vector<detail::TaskContext*> ready_;
+};
+
+/// Gives way to the other ready tasks: on the seeded executor a point where the schedule may branch.
+struct Yield : detail::Awaitable {
+    bool await_ready() const noexcept { return false; }
+    template <class Promise>
+    void await_suspend(std::coroutine_handle<Promise> awaiting) const noexcept {
+        auto& task = awaiting.promise().context();
+        task.suspendAt(awaiting);
+        task.schedule();
+    }
+    void await_resume() const noexcept {}
+};
+
+/// True for the long variants of the tests.
+bool isStress() noexcept;
+
+/// `normal`, or `stress` for the long variant.
+int rounds(int normal, int stress) noexcept;
+
+} // namespace Platform::Testing
