@@ -1,5 +1,5 @@
-// minimal-host COMMAND [TEXT]...: runs COMMAND, writes the first TEXT into the first file that it wants
-// edited, the second into the second, and declines when no TEXT is left.
+// minimal-host COMMAND [TEXT]...: runs COMMAND, writes the first TEXT into the first file that it
+// wants edited, the second into the second, and declines when no TEXT is left.
 #include <Platform/Platform.h>
 
 #include <cstdlib>
@@ -9,7 +9,8 @@
 static char** nextText;
 
 static Platform::Task<bool> askTheUser(std::string path) {
-    std::cout << "asked to edit " << path << ": " << (*nextText ? *nextText : "(declined)") << std::endl;
+    std::cout << "asked to edit " << path << ": " << (*nextText ? *nextText : "(declined)")
+              << std::endl;
     if (!*nextText) co_return false;
     std::ofstream(path) << *nextText++ << '\n';
     co_return true;

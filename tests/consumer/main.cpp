@@ -1,0 +1,8 @@
+#include <Platform/Platform.h>
+
+#include <cerrno>
+#include <cstdio>
+
+int main() {
+    std::puts(Platform::Errno(ENOENT).what());
+}
