@@ -8,8 +8,8 @@ namespace Platform {
 
 /// A growable array of bytes with value semantics.
 ///
-/// It owns one block, which grows without being zeroed and, when big, is moved by the kernel rather
-/// than copied. A moved-from object is empty. Converts to `std::span<const std::byte>` by itself,
+/// It owns one block, grown with `realloc`: nothing is zeroed, and a big block can move without
+/// being copied. A moved-from object is empty. Converts to `std::span<const std::byte>` by itself,
 /// being a contiguous range. Spans, views and iterators into it hold until it is next changed.
 /// Every operation that grows throws `std::bad_alloc` and then leaves the object as it was.
 ///

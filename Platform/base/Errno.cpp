@@ -4,6 +4,7 @@
 #include <Platform/base/detail/SystemCall.h>
 
 #include <cerrno>
+#include <new>
 
 namespace Platform {
 
@@ -13,19 +14,21 @@ Errno::Errno(int number, const std::string& context)
     : std::system_error(number, std::system_category(), context) {}
 
 std::string errorDescription(const std::exception_ptr& error) noexcept {
+    constexpr const char* unknown = "unknown error"; // short enough to need no memory
+    if (!error) {
+        return unknown;
+    }
     try {
-        if (error) {
-            std::rethrow_exception(error);
-        }
+        std::rethrow_exception(error);
     } catch (const std::exception& exception) {
         try {
             return singleLine(exception.what());
-        } catch (const std::exception&) {
-            // No memory for the copy; the text below needs none.
+        } catch (const std::bad_alloc&) {
+            return unknown;
         }
     } catch (...) {
+        return unknown;
     }
-    return "unknown error";
 }
 
 namespace detail {

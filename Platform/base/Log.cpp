@@ -22,7 +22,7 @@ void Logger::error(std::string_view description) const noexcept {
             detail::writeLogEntry(label_, line);
         }
     } catch (...) {
-        // Out of memory: there is no one left to tell.
+        return; // out of memory: the entry is lost
     }
 }
 

@@ -19,9 +19,10 @@ Task<void> Client::main() {
         if (answer.id() != Message::ID::ok) throw Errno(ECANCELED);
     } catch (...) {
         Logger("editorClient").error(std::current_exception());
-        std::exit(EXIT_FAILURE);
+        std::exit(
+            EXIT_FAILURE); // NOLINT(concurrency-mt-unsafe): the program ends here, and nowhere else
     }
-    std::exit(EXIT_SUCCESS);
+    std::exit(EXIT_SUCCESS); // NOLINT(concurrency-mt-unsafe)
 }
 
 } // namespace Platform::Editor

@@ -3,6 +3,7 @@
 #include <Platform/base/Log.h>
 
 #include <exception>
+#include <memory>
 #include <utility>
 
 namespace Platform::Editor {
@@ -13,11 +14,11 @@ namespace {
 
 constexpr Logger logger("editorServer");
 
-Task<Message> answer(const Server::EditBlock& editBlock, Message request) {
+Task<Message> answer(std::shared_ptr<const Server::EditBlock> editBlock, Message request) {
     if (request.id() != Message::ID::filePath) co_return Message::abort();
     bool accepted = false;
     try {
-        auto editing = editBlock(request.string());
+        auto editing = (*editBlock)(request.string());
         accepted = co_await editing;
     } catch (...) {
         logger.error(std::current_exception());
@@ -29,8 +30,8 @@ Task<Message> answer(const Server::EditBlock& editBlock, Message request) {
 
 Server::Server(EditBlock editBlock)
     : handOff_(logger, detail::HandOffServer::EndingLog::always,
-               [editBlock = std::move(editBlock)](Message request) {
-                   return answer(editBlock, std::move(request));
+               [block = std::make_shared<const EditBlock>(std::move(editBlock))](Message request) {
+                   return answer(block, std::move(request));
                }) {}
 
 } // namespace Platform::Editor

@@ -22,7 +22,8 @@ namespace detail {
 template <class F>
 class CancellationScope : private CancellationHandler {
 public:
-    explicit CancellationScope(F& onCancel) noexcept : CancellationHandler(&call), onCancel_(onCancel) {
+    explicit CancellationScope(F& onCancel) noexcept
+        : CancellationHandler(&call), onCancel_(onCancel) {
         TaskContext* const task = TaskContext::current();
         entered_ = task && enter(*task);
         if (task && !entered_) onCancel_();
@@ -47,10 +48,12 @@ private:
 ///
 /// Both callables are kept until the operation has ended. `onCancel` runs at most once, on the
 /// cancelling thread, after the task's flag was set and at any moment of the operation: it must be
-/// quick, must not throw, and has to settle its race with the operation's own progress. The scope is
-/// left only when a handler that is running has returned, so `onCancel` may use what the caller owns.
+/// quick, must not throw, and has to settle its race with the operation's own progress. The scope
+/// is left only when a handler that is running has returned, so `onCancel` may use what the caller
+/// owns.
 template <class Operation, class OnCancel>
-std::invoke_result_t<Operation&> withTaskCancellationHandler(Operation operation, OnCancel onCancel) {
+std::invoke_result_t<Operation&> withTaskCancellationHandler(Operation operation,
+                                                             OnCancel onCancel) {
     const detail::CancellationScope<OnCancel> scope(onCancel);
     auto work = operation();
     co_return co_await work;

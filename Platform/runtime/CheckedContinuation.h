@@ -13,9 +13,9 @@ namespace Platform {
 ///
 /// Copyable, so that any kind of callback can keep it; all copies mean the same wait. To be resumed
 /// exactly once, from any thread, also while holding locks: resuming only schedules the task, it
-/// never runs it inline. Resumed a second time, through whichever copy: the program is aborted, with
-/// the label in the log. When the last copy goes without having been resumed, the log says so, with
-/// the label; the task waits for ever.
+/// never runs it inline. Resumed a second time, through whichever copy: the program is aborted,
+/// with the label in the log. When the last copy goes without having been resumed, the log says so,
+/// with the label; the task waits for ever.
 template <class T = void>
 class CheckedContinuation {
 public:
@@ -104,11 +104,12 @@ private:
 ///         window.show(path, [continuation](bool answer) { continuation.resume(answer); });
 ///     });
 ///
-/// `body` is called once, at once and on the calling thread; an exception that it throws is thrown to
-/// the task. It may resume the continuation itself. The task goes on on its executor. Cancellation of
-/// the task does not end the wait: combine with `withTaskCancellationHandler`.
+/// `body` is called once, at once and on the calling thread; an exception that it throws is thrown
+/// to the task. It may resume the continuation itself. The task goes on on its executor.
+/// Cancellation of the task does not end the wait: combine with `withTaskCancellationHandler`.
 ///
-/// `label` names the wait in diagnostics; it must be a literal, or live as long as any continuation.
+/// `label` names the wait in diagnostics; it must be a literal, or live as long as any
+/// continuation.
 template <class T = void, class Body>
 ContinuationWait<T, Body> withCheckedContinuation(const char* label, Body body) {
     return ContinuationWait<T, Body>(label, std::move(body));

@@ -125,6 +125,7 @@ struct CooperativePool::State {
     bool park(Worker& self);
     void wakeOne() noexcept;
     bool workIsQueued() const noexcept;
+    void end();
 };
 
 TaskContext* CooperativePool::State::next(Worker& self) noexcept {
@@ -135,8 +136,8 @@ TaskContext* CooperativePool::State::next(Worker& self) noexcept {
     }
     const int queued = std::max(self.queue.topLevel(), shared.topLevel());
     if (TaskContext* const task = self.slot.exchange(nullptr, std::memory_order_acq_rel)) {
-        const bool mayRun = queued < 0 || (ReadyQueue::levelOf(*task) >= queued &&
-                                           self.slotRun < slotBudget);
+        const bool mayRun =
+            queued < 0 || (ReadyQueue::levelOf(*task) >= queued && self.slotRun < slotBudget);
         if (mayRun) {
             ++self.slotRun;
             return task;
@@ -169,11 +170,13 @@ TaskContext* CooperativePool::State::search(Worker& self) noexcept {
 }
 
 bool CooperativePool::State::workIsQueued() const noexcept {
-    return !shared.empty() || std::any_of(workers.begin(), workers.end(),
-                                          [](const auto& worker) { return !worker->queue.empty(); });
+    return !shared.empty() || std::any_of(workers.begin(), workers.end(), [](const auto& worker) {
+        return !worker->queue.empty();
+    });
 }
 
-/// A task that has lain in the slot of a busy worker since the last look. Called with the mutex held.
+/// A task that has lain in the slot of a busy worker since the last look. Called with the mutex
+/// held.
 TaskContext* CooperativePool::State::takeStaleSlot(Worker& self) noexcept {
     for (const auto& other : workers) {
         const std::uint32_t count = other->taskCount.load(std::memory_order_relaxed);
@@ -241,24 +244,35 @@ void CooperativePool::State::run(Worker& self) {
     } while (park(self));
 }
 
+void CooperativePool::State::end() {
+    {
+        const std::lock_guard guard(mutex);
+        ending = true;
+        for (const auto& worker : workers) worker->wake.notify_one();
+    }
+    for (const auto& worker : workers) {
+        if (worker->thread.joinable()) worker->thread.join();
+    }
+}
+
 CooperativePool::CooperativePool(std::size_t workers) : state_(std::make_unique<State>()) {
     State& state = *state_;
     for (std::size_t i = 0; i < std::max<std::size_t>(workers, 1); ++i) {
         state.workers.push_back(std::make_unique<Worker>(state));
     }
     state.parked.reserve(state.workers.size());
-    for (const auto& worker : state.workers) {
-        worker->thread = detail::startThread([&state, &self = *worker] { state.run(self); });
+    try {
+        for (const auto& worker : state.workers) {
+            worker->thread = detail::startThread([&state, &self = *worker] { state.run(self); });
+        }
+    } catch (...) {
+        state.end();
+        throw;
     }
 }
 
 CooperativePool::~CooperativePool() {
-    {
-        const std::lock_guard guard(state_->mutex);
-        state_->ending = true;
-        for (const auto& worker : state_->workers) worker->wake.notify_one();
-    }
-    for (const auto& worker : state_->workers) worker->thread.join();
+    state_->end();
 }
 
 CooperativePool& CooperativePool::shared() {

@@ -10,7 +10,8 @@ class TaskContext;
 /// once, on a thread of its choice.
 ///
 /// Users name executors only to build their own (a window system's event loop, a test's schedule):
-/// keep what `enqueue` hands over and call `TaskContext::run()` on it from the thread of your choice.
+/// keep what `enqueue` hands over and call `TaskContext::run()` on it from the thread of your
+/// choice.
 class Executor {
 public:
     Executor() = default;

@@ -12,7 +12,8 @@ namespace Platform {
 enum class IdleThread {
     /// It sleeps until the task is ready.
     sleeps,
-    /// It runs blocking work of the process's serial queues itself, which saves starting a thread for
+    /// It runs blocking work of the process's serial queues itself, which saves starting a thread
+    /// for
     /// it. While it does, the task cannot go on, even when it is ready: right for a small program
     /// whose task waits for nothing but that work.
     runsBlockingWork,
@@ -21,8 +22,8 @@ enum class IdleThread {
 /// Runs a task on the calling thread, until it has ended; returns its value or throws its error.
 ///
 /// The main executor of a program: what the task awaits runs on this thread too, at its own pace,
-/// while other executors run beside it. Blocks. To be called outside any task; not more than one call
-/// at a time may lend its idle thread.
+/// while other executors run beside it. Blocks. To be called outside any task; not more than one
+/// call at a time may lend its idle thread.
 template <class T>
 T runMain(Task<T> task, IdleThread idle = IdleThread::sleeps) {
     detail::MainExecutor executor(idle == IdleThread::runsBlockingWork);

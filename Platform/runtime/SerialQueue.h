@@ -29,9 +29,9 @@ class SerialQueueState;
 /// Runs blocking work off the cooperative pool: one piece at a time, in the order in which it was
 /// submitted.
 ///
-/// An idle queue costs no thread. A queue that has work runs it on a thread of the process's elastic
-/// pool of blocking threads, named after the queue meanwhile. Work that was submitted is run also when
-/// the queue object goes before.
+/// An idle queue costs no thread. A queue that has work runs it on a thread of the process's
+/// elastic pool of blocking threads, named after the queue meanwhile. Work that was submitted is
+/// run also when the queue object goes before.
 class SerialQueue {
 public:
     /// `label` must live as long as the process (a literal).
@@ -40,9 +40,9 @@ public:
     SerialQueue& operator=(const SerialQueue&) = delete;
     ~SerialQueue();
 
-    /// Has `work()` called on the queue, and `work` destroyed there. `work` may block; it must not throw.
-    /// From any thread; does not block. Throws std::bad_alloc, or std::system_error when the system has no
-    /// thread to give; the work is destroyed then, without having been called.
+    /// Has `work()` called on the queue, and `work` destroyed there. `work` may block; it must not
+    /// throw. From any thread; does not block. Throws std::bad_alloc, or std::system_error when the
+    /// system has no thread to give; the work is destroyed then, without having been called.
     template <class F>
     void submit(F work) {
         class Call final : public detail::SerialWork {

@@ -10,16 +10,16 @@ namespace Platform {
 /// An asynchronous function's work: a coroutine that returns `Task<T>` ends with a `T` or an
 /// exception.
 ///
-/// Lazy: nothing runs before the task is awaited, or handed to `runMain`, `detached` or a task group.
-/// Awaited once; a second time, or an empty task, is a `std::logic_error`. Awaiting costs no trip
-/// through an executor, and any number of awaits, nested or in a row, need no stack.
+/// Lazy: nothing runs before the task is awaited, or handed to `runMain`, `detached` or a task
+/// group. Awaited once; a second time, or an empty task, is a `std::logic_error`. Awaiting costs no
+/// trip through an executor, and any number of awaits, nested or in a row, need no stack.
 ///
-/// Owns its coroutine's frame; move-only. Arguments of a coroutine are best taken by value: they are
-/// kept in the frame, references are not extended. A capturing coroutine lambda must outlive its
-/// task, unless it is handed to `detached`, a task group or another function here that says that it
-/// keeps the callable. (g++ 12 destroys a temporary lambda or aggregate inside a `co_await` expression
-/// twice: what it captures beyond references and plain values needs a name of its own, a statement
-/// earlier.)
+/// Owns its coroutine's frame; move-only. Arguments of a coroutine are best taken by value: they
+/// are kept in the frame, references are not extended. A capturing coroutine lambda must outlive
+/// its task, unless it is handed to `detached`, a task group or another function here that says
+/// that it keeps the callable. (g++ 12 destroys a temporary lambda or aggregate inside a `co_await`
+/// expression twice: what it captures beyond references and plain values needs a name of its own, a
+/// statement earlier.)
 ///
 /// The awaited task runs as a part of the awaiting one: same executor, priority and cancellation.
 /// Inside a `Task` only this library's awaitables can be awaited; `withCheckedContinuation` bridges

@@ -27,16 +27,16 @@ public:
     TaskGroup(const TaskGroup&) = delete;
     TaskGroup& operator=(const TaskGroup&) = delete;
 
-    /// Starts a child. `f` is called on the executor, without arguments, and returns the `Task<T>` to
-    /// run; it is kept until that has ended. In a cancelled group the child starts cancelled.
+    /// Starts a child. `f` is called on the executor, without arguments, and returns the `Task<T>`
+    /// to run; it is kept until that has ended. In a cancelled group the child starts cancelled.
     template <class F>
     void addTask(F f) {
         state_.start(*new detail::RootTask<T, F, detail::ChildContext>(std::move(f), state_));
     }
 
-    /// Suspends until a child has ended, and gives its result or throws its error. Each child is given
-    /// once, in the order in which they end. Cancellation does not cut the wait short: the children
-    /// see it.
+    /// Suspends until a child has ended, and gives its result or throws its error. Each child is
+    /// given once, in the order in which they end. Cancellation does not cut the wait short: the
+    /// children see it.
     Task<Next> next() {
         detail::GroupState::Wait wait(state_, detail::GroupState::Until::nextEnded);
         co_await wait;
@@ -52,8 +52,8 @@ public:
         }
     }
 
-    /// Suspends until all children have ended. Results are dropped; the error of the child that failed
-    /// first is thrown then.
+    /// Suspends until all children have ended. Results are dropped; the error of the child that
+    /// failed first is thrown then.
     Task<void> waitForAll() {
         detail::GroupState::Wait wait(state_, detail::GroupState::Until::allEnded);
         co_await wait;
@@ -78,9 +78,10 @@ private:
     detail::GroupState state_;
 };
 
-/// Awaits `body(group)`, a task that may start children in the group, and then, on every way out, all
-/// children that are left; results and errors that the body did not ask for are dropped. When the body
-/// throws, the children are cancelled first, and its error is thrown on once all have ended.
+/// Awaits `body(group)`, a task that may start children in the group, and then, on every way out,
+/// all children that are left; results and errors that the body did not ask for are dropped. When
+/// the body throws, the children are cancelled first, and its error is thrown on once all have
+/// ended.
 ///
 /// `body` is kept until then. Cancelling the calling task cancels the children.
 template <class T = void, class Body>

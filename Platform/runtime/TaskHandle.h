@@ -33,8 +33,8 @@ public:
 
     explicit operator bool() const noexcept { return state_ != nullptr; }
 
-    /// Sets the task's cancellation flag and runs the cancellation handlers that it has entered, here
-    /// and now. Does not wait for the task. From any thread; only the first call acts.
+    /// Sets the task's cancellation flag and runs the cancellation handlers that it has entered,
+    /// here and now. Does not wait for the task. From any thread; only the first call acts.
     void cancel() const noexcept {
         if (state_) state_->cancel();
     }
@@ -94,8 +94,8 @@ private:
 
 /// Starts a task of its own on the shared cooperative pool. `f` is called there, without arguments,
 /// and returns the `Task<T>` to run; it is kept until that task has ended, so a capturing coroutine
-/// lambda is safe. Then `f` and the task's frame are destroyed, and only the result is left, for the
-/// handle.
+/// lambda is safe. Then `f` and the task's frame are destroyed, and only the result is left, for
+/// the handle.
 ///
 /// Nothing is inherited from the caller: neither its cancellation, nor its priority or executor. An
 /// error of a task whose handle was dropped is dropped too.

@@ -6,10 +6,11 @@
 #include <Platform/base/detail/SystemCall.h>
 
 #include <cerrno>
+#include <utility>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utility>
 
 namespace Platform {
 
@@ -45,7 +46,7 @@ FIFO::~FIFO() {
     if (!removesAtEnd_) return;
     try {
         unlink();
-    } catch (...) { // NOLINT(bugprone-empty-catch): somebody else may have removed it; no matter.
+    } catch (...) { // somebody else may have removed it; no matter.
     }
 }
 
@@ -55,11 +56,11 @@ std::shared_ptr<FIFO> FIFO::create() {
 
 std::shared_ptr<FIFO> FIFO::createAtPath(std::string path) {
     auto fifo = std::make_shared<FIFO>(Token{}, std::move(path), true);
-    try {
-        systemCall(SystemCall::mkfifo, [&] { return ::mkfifo(fifo->path_.c_str(), 0600); });
-    } catch (...) {
+    const int result = detail::trySystemCall(SystemCall::mkfifo,
+                                             [&] { return ::mkfifo(fifo->path_.c_str(), 0600); });
+    if (result != 0) {
         fifo->removesAtEnd_ = false; // what is there is not ours
-        throw;
+        throw Errno(errno, fifo->path_);
     }
     return fifo;
 }

@@ -83,13 +83,13 @@ public:
     std::size_t send(std::span<const std::byte> bytes);
 
     /// Removes the pipe, and releases whoever is blocked in an open of it: a reader then finds
-    /// end-of-file, a writer `EPIPE`. Does nothing when this object has removed it before. On failure
-    /// nothing is removed, and a later call may try again.
+    /// end-of-file, a writer `EPIPE`. Does nothing when this object has removed it before. On
+    /// failure nothing is removed, and a later call may try again.
     void unlink();
 
-    /// The same, but hands the descriptor that releases the openers to the caller, who keeps it open
-    /// for as long as somebody may still be on the way into an open. Empty when there was nothing to
-    /// remove.
+    /// The same, but hands the descriptor that releases the openers to the caller, who keeps it
+    /// open for as long as somebody may still be on the way into an open. Empty when there was
+    /// nothing to remove.
     [[nodiscard]] FileDescriptor unlinkHoldingOpen();
 
 private:

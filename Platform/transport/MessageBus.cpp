@@ -53,8 +53,8 @@ namespace {
 
 /// The message in a transmission that was read to its end.
 Message decode(const std::optional<Data>& frame) {
-    const auto id = frame ? Message::idFromByte(std::to_integer<std::uint8_t>(*frame->data()))
-                          : std::nullopt;
+    const auto id =
+        frame ? Message::idFromByte(std::to_integer<std::uint8_t>(*frame->data())) : std::nullopt;
     if (!id) throw Errno(EBADMSG);
     return {*id, Data(std::span<const std::byte>(*frame).subspan(1))};
 }
@@ -109,7 +109,7 @@ private:
 
     std::mutex mutex_;
     std::shared_ptr<FIFO> fifo_;
-    bool opening_ = false; ///< The queue is in an open of the pipe.
+    bool opening_ = false;     ///< The queue is in an open of the pipe.
     FileDescriptor releasing_; ///< Of a destruction meanwhile; closed once the open has returned.
 };
 
@@ -130,7 +130,7 @@ MessageBus::~MessageBus() {
     if (!destroysAtEnd_) return;
     try {
         destroy();
-    } catch (...) { // NOLINT(bugprone-empty-catch): nobody is left to be told.
+    } catch (...) { // nobody is left to be told.
     }
 }
 
@@ -147,20 +147,21 @@ Task<bool> MessageBus::send(std::shared_ptr<MessageBus> bus, Message message) {
     frame.appendUninitialized(1)[0] = static_cast<std::byte>(message.id());
     frame.append(message.data());
 
-    auto sent = withCheckedContinuation<bool>("send(_:)", [&](CheckedContinuation<bool> continuation) {
-        bus->queue_.submit([continuation, fifo, state = bus->state_, frame = std::move(frame)] {
-            try {
-                std::size_t count = 0;
-                {
-                    const auto handle = state->open([&] { return fifo->handleForWriting(); });
-                    count = handle.write(frame);
+    auto sent =
+        withCheckedContinuation<bool>("send(_:)", [&](CheckedContinuation<bool> continuation) {
+            bus->queue_.submit([continuation, fifo, state = bus->state_, frame = std::move(frame)] {
+                try {
+                    std::size_t count = 0;
+                    {
+                        const auto handle = state->open([&] { return fifo->handleForWriting(); });
+                        count = handle.write(frame);
+                    }
+                    continuation.resume(count == frame.size());
+                } catch (...) {
+                    continuation.resumeThrowing(std::current_exception());
                 }
-                continuation.resume(count == frame.size());
-            } catch (...) {
-                continuation.resumeThrowing(std::current_exception());
-            }
+            });
         });
-    });
     co_return co_await sent;
 }
 

@@ -13,16 +13,16 @@
 
 namespace Platform {
 
-/// A request/reply channel over one named pipe, which the two sides use in turns: one writes a whole
-/// message and closes, the other reads to the end.
+/// A request/reply channel over one named pipe, which the two sides use in turns: one writes a
+/// whole message and closes, the other reads to the end.
 ///
-/// On the wire a message is one id byte and the payload; end-of-file ends it. Which side speaks next is
-/// up to the hand-off that uses the bus.
+/// On the wire a message is one id byte and the payload; end-of-file ends it. Which side speaks
+/// next is up to the hand-off that uses the bus.
 ///
-/// Shared. The object that created the pipe removes it when it goes; one that joined an existing pipe
-/// leaves it. The blocking work runs on the bus's own serial queue, one operation at a time in the order
-/// in which they were begun; the calling task is suspended meanwhile, and goes on on its own executor.
-/// All operations may be called from any thread.
+/// Shared. The object that created the pipe removes it when it goes; one that joined an existing
+/// pipe leaves it. The blocking work runs on the bus's own serial queue, one operation at a time in
+/// the order in which they were begun; the calling task is suspended meanwhile, and goes on on its
+/// own executor. All operations may be called from any thread.
 class MessageBus : public std::enable_shared_from_this<MessageBus> {
     struct Token {};
     struct State;
@@ -65,8 +65,8 @@ public:
         Data data_;
     };
 
-    /// Creates a pipe at a fresh path in the user's private directory for them. Throws `Errno`; no pipe
-    /// is left then.
+    /// Creates a pipe at a fresh path in the user's private directory for them. Throws `Errno`; no
+    /// pipe is left then.
     static std::shared_ptr<MessageBus> create();
 
     /// Joins the bus at a path, which is not looked at: a wrong one shows at the first operation.
@@ -79,27 +79,27 @@ public:
 
     const std::string& path() const noexcept { return path_; }
 
-    /// Delivers one message; suspends until the other side receives. True when it was written whole;
-    /// false when the write was short, or the bus is destroyed.
+    /// Delivers one message; suspends until the other side receives. True when it was written
+    /// whole; false when the write was short, or the bus is destroyed.
     ///
     /// The bus and the message are kept until then. A task that is cancelled beforehand gets
-    /// CancellationError and nothing is written; cancelled later, it waits on. Throws `Errno`: `ENOENT`
-    /// when the pipe was removed, `EPIPE` when the reader went away, those of the system calls;
-    /// std::system_error when there is no thread to block.
+    /// CancellationError and nothing is written; cancelled later, it waits on. Throws `Errno`:
+    /// `ENOENT` when the pipe was removed, `EPIPE` when the reader went away, those of the system
+    /// calls; std::system_error when there is no thread to block.
     Task<bool> send(Message message);
 
     /// Suspends until the other side sends, and returns its message. A failed call has consumed the
     /// transmission that it read.
     ///
-    /// Cancellation as for `send`. Throws `Errno`: `EPIPE` when the bus is destroyed, `EBADMSG` for an
-    /// empty transmission or an unknown id, `ENOENT` when the pipe was removed, those of the system
-    /// calls; std::system_error when there is no thread to block.
+    /// Cancellation as for `send`. Throws `Errno`: `EPIPE` when the bus is destroyed, `EBADMSG` for
+    /// an empty transmission or an unknown id, `ENOENT` when the pipe was removed, those of the
+    /// system calls; std::system_error when there is no thread to block.
     Task<Message> receive();
 
-    /// Removes the pipe, joined or created, and releases whoever is blocked in an open of it, this bus's
-    /// own operation in flight certainly. Then `send` gives false and `receive` throws `EPIPE`; a second
-    /// call does nothing. Does not wait for operations. Throws `Errno` when the pipe could not be
-    /// removed; the bus is as it was then, and a later call may try again.
+    /// Removes the pipe, joined or created, and releases whoever is blocked in an open of it, this
+    /// bus's own operation in flight certainly. Then `send` gives false and `receive` throws
+    /// `EPIPE`; a second call does nothing. Does not wait for operations. Throws `Errno` when the
+    /// pipe could not be removed; the bus is as it was then, and a later call may try again.
     void destroy();
 
 private:

@@ -176,10 +176,10 @@ TEST(RunMain, LendsItsIdleThreadWhenTold) {
 
     // A second queue's work does not wait behind the first one's.
     SerialQueue other("other");
-    std::latch meeting(2);
-    const auto both = [&meeting](SerialQueue& first, SerialQueue& second) -> Task<void> {
-        first.submit([&meeting] { meeting.arrive_and_wait(); });
-        second.submit([&meeting] { meeting.arrive_and_wait(); });
+    const auto both = [](SerialQueue& first, SerialQueue& second) -> Task<void> {
+        const auto meeting = std::make_shared<std::latch>(2);
+        first.submit([meeting] { meeting->arrive_and_wait(); });
+        second.submit([meeting] { meeting->arrive_and_wait(); });
         auto end = withCheckedContinuation("end", [&](auto continuation) {
             first.submit([continuation] { continuation.resume(); });
         });

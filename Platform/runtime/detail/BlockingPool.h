@@ -33,14 +33,15 @@ protected:
     ~ThreadLender() = default;
 };
 
-/// The threads for all blocking work: as many as there is work at a time, each ended after some idle
-/// seconds. One for the process, never destroyed.
+/// The threads for all blocking work: as many as there is work at a time, each ended after some
+/// idle seconds. One for the process, never destroyed.
 class BlockingPool {
 public:
     static BlockingPool& shared();
 
     /// Has the job run on some thread, as soon as may be; never waits behind other jobs. Throws
-    /// std::system_error, without taking the job, when a new thread is needed and the system has none.
+    /// std::system_error, without taking the job, when a new thread is needed and the system has
+    /// none.
     void submit(BlockingJob& job);
 
     /// The lender is asked first from now on; null: none. Returns the lender before.

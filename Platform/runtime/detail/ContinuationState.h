@@ -29,8 +29,8 @@ public:
 
     // The waiting side.
 
-    /// True: the task waits, and may be running again already. False: it was resumed before, and goes
-    /// on.
+    /// True: the task waits, and may be running again already. False: it was resumed before, and
+    /// goes on.
     bool suspend() noexcept;
 
     /// The wait is over, failed to begin, or its frame is being destroyed: whoever resumes later

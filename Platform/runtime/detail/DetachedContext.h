@@ -10,7 +10,9 @@ namespace Platform::detail {
 /// A detached task: its end wakes the one task that may wait for it.
 class DetachedContext : public TaskContext {
 public:
-    bool hasEnded() const noexcept { return waiter_.load(std::memory_order_acquire) == endedMark(); }
+    bool hasEnded() const noexcept {
+        return waiter_.load(std::memory_order_acquire) == endedMark();
+    }
 
     /// Notes the waiting task. False: this task has ended already. Throws std::logic_error when
     /// another one waits.

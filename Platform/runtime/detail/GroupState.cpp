@@ -47,7 +47,8 @@ void GroupState::start(ChildContext& child) noexcept {
 }
 
 void GroupState::cancelAll() noexcept {
-    // Handlers run without the lock, one child at a time; a child that ends meanwhile is kept alive.
+    // Handlers run without the lock, one child at a time; a child that ends meanwhile is kept
+    // alive.
     while (true) {
         ChildContext* child = nullptr;
         {
@@ -70,7 +71,8 @@ ChildContext* GroupState::takeEnded() noexcept {
 }
 
 bool GroupState::isOver(Until until) const noexcept {
-    return (running_.empty() && cancelled_.empty()) || (until == Until::nextEnded && !ended_.empty());
+    return (running_.empty() && cancelled_.empty()) ||
+           (until == Until::nextEnded && !ended_.empty());
 }
 
 bool GroupState::park(Until until) noexcept {

@@ -16,7 +16,7 @@ public:
     std::size_t size() const noexcept { return size_; }
 
     /// Grows with urgency; -1 when empty. Comparable with `levelOf`.
-    int topLevel() const noexcept { return std::bit_width(occupied_) - 1; }
+    int topLevel() const noexcept { return static_cast<int>(std::bit_width(occupied_)) - 1; }
 
     static int levelOf(const TaskContext& task) noexcept {
         switch (task.priority()) {

@@ -8,8 +8,8 @@
 
 namespace Platform::detail {
 
-/// A task of its own, not a part of the task that asked for it: holds its outcome once it has ended.
-/// `Base` is a `TaskContext` that says, in `publishEnd`, what follows from the end.
+/// A task of its own, not a part of the task that asked for it: holds its outcome once it has
+/// ended. `Base` is a `TaskContext` that says, in `publishEnd`, what follows from the end.
 template <class T, class Base>
 class RootResult : public Base {
 public:
@@ -40,7 +40,8 @@ private:
     Outcome<T> outcome_;
 };
 
-/// The same, made by calling `F` on the task's executor; the callable is kept until the task has ended.
+/// The same, made by calling `F` on the task's executor; the callable is kept until the task has
+/// ended.
 template <class T, class F, class Base>
 class RootTask final : public RootResult<T, Base> {
 public:

@@ -11,10 +11,11 @@
 namespace Platform::detail {
 
 /// One task as the executors see it: a chain of coroutines that await each other, of which the
-/// innermost is the one to resume, with the cancellation flag, priority and executor that they share.
+/// innermost is the one to resume, with the cancellation flag, priority and executor that they
+/// share.
 ///
-/// Every resumption goes through `run()`, a loop that starts the coroutine which the one before asked
-/// for: awaiting and finishing never nest on the stack, in any build and to any depth.
+/// Every resumption goes through `run()`, a loop that starts the coroutine which the one before
+/// asked for: awaiting and finishing never nest on the stack, in any build and to any depth.
 ///
 /// Reference counted: one reference belongs to the run from construction to `finish()`, one to each
 /// handle.
@@ -40,8 +41,8 @@ public:
 
     // For those who wait and those who wake.
 
-    /// Notes where to go on. To be called by an awaiter before anybody can know of its waiting; from
-    /// the moment that `schedule` may be called the awaiter must not be touched.
+    /// Notes where to go on. To be called by an awaiter before anybody can know of its waiting;
+    /// from the moment that `schedule` may be called the awaiter must not be touched.
     void suspendAt(std::coroutine_handle<> point) noexcept { resumePoint_ = point; }
 
     /// Makes a suspended task ready. Exactly one call for each suspension. Never runs it inline.

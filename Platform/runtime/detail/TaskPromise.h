@@ -26,8 +26,8 @@ class Awaitable {};
 /// A value or an error, or neither yet. An empty struct stands for void.
 struct Unit {};
 template <class T>
-using Outcome =
-    std::variant<std::monostate, std::conditional_t<std::is_void_v<T>, Unit, T>, std::exception_ptr>;
+using Outcome = std::variant<std::monostate, std::conditional_t<std::is_void_v<T>, Unit, T>,
+                             std::exception_ptr>;
 
 /// Takes the value out of an outcome that is there, or throws its error.
 template <class T>
@@ -98,9 +98,7 @@ public:
     void return_value(U&& value) noexcept(std::is_nothrow_constructible_v<T, U>) {
         outcome_.template emplace<1>(std::forward<U>(value));
     }
-    void unhandled_exception() noexcept {
-        outcome_.template emplace<2>(std::current_exception());
-    }
+    void unhandled_exception() noexcept { outcome_.template emplace<2>(std::current_exception()); }
 
     T takeResult() { return takeOutcome<T>(outcome_); }
     Outcome<T>&& takeOutcomeWhole() noexcept { return std::move(outcome_); }

@@ -13,7 +13,8 @@ public:
     SignalsBlocked() noexcept {
         sigset_t set;
         sigfillset(&set);
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS, SIGPROF}) {
+        for (const int fault :
+             {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS, SIGPROF}) {
             sigdelset(&set, fault);
         }
         pthread_sigmask(SIG_BLOCK, &set, &before_);

@@ -1,6 +1,7 @@
 #include <Platform/runtime/detail/Threads.h>
 
 #include <cstring>
+
 #include <pthread.h>
 
 namespace Platform::detail {

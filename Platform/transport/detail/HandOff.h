@@ -17,9 +17,9 @@ namespace Platform::detail {
 /// Names the pipe of the host to the programs that it starts.
 inline constexpr const char* handOffVariable = "MV_EDITOR_CONN";
 
-/// The client's exchange: sends the program's only argument to its host as a message of kind `request`,
-/// and returns the host's answer. Throws `Errno(usageError)` unless there is just one argument,
-/// `ENOTRECOVERABLE` when no host is named in the environment, and what the bus throws.
+/// The client's exchange: sends the program's only argument to its host as a message of kind
+/// `request`, and returns the host's answer. Throws `Errno(usageError)` unless there is just one
+/// argument, `ENOTRECOVERABLE` when no host is named in the environment, and what the bus throws.
 Task<MessageBus::Message> askHost(MessageBus::Message::ID request, int usageError);
 
 /// The host's side: a bus of its own, and a detached task that answers its requests, one at a time.

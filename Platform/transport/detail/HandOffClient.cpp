@@ -1,7 +1,6 @@
-#include <Platform/transport/detail/HandOff.h>
-
 #include <Platform/base/Errno.h>
 #include <Platform/base/ProcessInfo.h>
+#include <Platform/transport/detail/HandOff.h>
 
 #include <cerrno>
 #include <optional>

@@ -1,6 +1,5 @@
-#include <Platform/transport/detail/HandOff.h>
-
 #include <Platform/runtime/Cancellation.h>
+#include <Platform/transport/detail/HandOff.h>
 
 #include <exception>
 #include <utility>
@@ -20,7 +19,7 @@ HandOffServer::HandOffServer(Logger logger, EndingLog endingLog, Answer answer)
 HandOffServer::~HandOffServer() {
     try {
         stop();
-    } catch (...) { // NOLINT(bugprone-empty-catch): nobody is left to be told.
+    } catch (...) { // nobody is left to be told.
     }
 }
 
