@@ -5,8 +5,7 @@
 
 // The task waits for nothing but the pipe, so its thread may as well do the waiting.
 int main() try {
-    Platform::runMain(Platform::Editor::Client::main(),
-                      Platform::IdleThread::runsBlockingWork);
+    Platform::runMain(Platform::Editor::Client::main(), Platform::IdleThread::runsBlockingWork);
     return EXIT_SUCCESS;
 } catch (...) {
     return EXIT_FAILURE;
