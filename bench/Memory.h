@@ -1,0 +1,15 @@
+#pragma once
+
+#include <sys/types.h>
+
+namespace Bench {
+
+/// The most memory that a process has had at a time, in bytes; looked at once it waits for
+/// something.
+double peakMemory(pid_t process);
+
+/// Bytes that this process has from its allocator at this moment, the allocator's own headers
+/// included.
+double heapInUse();
+
+} // namespace Bench
