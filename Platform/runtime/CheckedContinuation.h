@@ -11,11 +11,11 @@ namespace Platform {
 /// The one-shot resume handle of a task that waits in `withCheckedContinuation`. Whoever holds it
 /// (a callback, another thread, another task) ends the wait with a value or an error.
 ///
-/// Copyable, so that any kind of callback can keep it; all copies mean the same wait. To be resumed
-/// exactly once, from any thread, also while holding locks: resuming only schedules the task, it
-/// never runs it inline. Resumed a second time, through whichever copy: the program is aborted,
-/// with the label in the log. When the last copy goes without having been resumed, the log says so,
-/// with the label; the task waits for ever.
+/// Copyable, so that any kind of callback can keep it; all copies mean the same wait, a moved-from
+/// one none. To be resumed exactly once, from any thread, also while holding locks: resuming only
+/// schedules the task, it never runs it inline. Resumed a second time, through whichever copy: the
+/// program is aborted, with the label in the log. When the last copy goes without having been
+/// resumed, the log says so, with the label; the task waits for ever.
 template <class T = void>
 class CheckedContinuation {
 public:
@@ -84,7 +84,7 @@ private:
         task.suspendAt(awaiting);
         const CheckedContinuation<T> continuation(*state_);
         try {
-            body_(continuation);
+            body_(CheckedContinuation<T>(continuation));
         } catch (...) {
             state_->giveUp();
             throw;

@@ -17,6 +17,13 @@ void report(const char* label, const char* what) noexcept {
     }
 }
 
+// Gives up one share. Who holds the only one need not write.
+template <class Count>
+bool isLast(std::atomic<Count>& shares) noexcept {
+    return shares.load(std::memory_order_acquire) == 1 ||
+           shares.fetch_sub(1, std::memory_order_acq_rel) == 1;
+}
+
 } // namespace
 
 void ContinuationStateBase::claim() noexcept {
@@ -32,7 +39,7 @@ void ContinuationStateBase::publish() noexcept {
 }
 
 void ContinuationStateBase::removeOwner() noexcept {
-    if (owners_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    if (!isLast(owners_)) return;
     const Phase phase = phase_.load(std::memory_order_acquire);
     if (phase == Phase::starting || phase == Phase::suspended) {
         report(label_, " was dropped without being resumed: its task waits for ever");
@@ -46,7 +53,7 @@ bool ContinuationStateBase::suspend() noexcept {
 }
 
 void ContinuationStateBase::release() noexcept {
-    if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+    if (isLast(references_)) delete this;
 }
 
 } // namespace Platform::detail

@@ -72,12 +72,18 @@ public:
     explicit ContinuationOwner(ContinuationState<T>& state) noexcept : state_(&state) {
         state_->addOwner();
     }
-    ContinuationOwner(const ContinuationOwner& other) noexcept : ContinuationOwner(*other.state_) {}
+    ContinuationOwner(const ContinuationOwner& other) noexcept : state_(other.state_) {
+        if (state_) state_->addOwner();
+    }
+    ContinuationOwner(ContinuationOwner&& other) noexcept
+        : state_(std::exchange(other.state_, nullptr)) {}
     ContinuationOwner& operator=(ContinuationOwner other) noexcept {
         std::swap(state_, other.state_);
         return *this;
     }
-    ~ContinuationOwner() { state_->removeOwner(); }
+    ~ContinuationOwner() {
+        if (state_) state_->removeOwner();
+    }
 
     ContinuationState<T>* operator->() const noexcept { return state_; }
 

@@ -13,7 +13,11 @@ TaskContext* TaskContext::current() noexcept {
 }
 
 void TaskContext::release() noexcept {
-    if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+    // Who holds the only reference need not write.
+    if (references_.load(std::memory_order_acquire) == 1 ||
+        references_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        delete this;
+    }
 }
 
 void TaskContext::run() noexcept {
