@@ -1,0 +1,42 @@
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Platform::Testing {
+
+/// The other side of a pipe, on a thread of its own: blocking system calls and nothing of the
+/// library.
+class BarePeer {
+public:
+    /// Goes through the steps in order: '<' opens the pipe, writes the message and closes, '>'
+    /// opens it and reads to the end. Stops at the first step that fails.
+    BarePeer(std::string path, std::string steps, std::string message = {});
+    BarePeer(const BarePeer&) = delete;
+    BarePeer& operator=(const BarePeer&) = delete;
+    ~BarePeer() { release(); }
+
+    /// Whether the steps are done, or one has failed.
+    bool hasEnded() const { return ended_; }
+
+    /// Waits until the steps are done; returns what came, one string a '>'.
+    std::vector<std::string> finish();
+
+    /// The same, but ends the step that waits.
+    std::vector<std::string> release();
+
+private:
+    void run();
+    bool step(char direction);
+
+    const std::string path_;
+    const std::string steps_;
+    const std::string message_;
+    std::vector<std::string> received_;
+    std::atomic<bool> ended_ = false;
+    std::thread thread_;
+};
+
+} // namespace Platform::Testing
