@@ -3,12 +3,11 @@
 #include <Platform/base/detail/SystemCall.h>
 
 #include <csignal>
-#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <set>
 #include <string>
-#include <utility>
+#include <system_error>
 
 #include <gtest/gtest.h>
 
@@ -16,17 +15,16 @@ namespace Platform {
 
 /// Puts a function in front of the system calls for as long as it lives; one at a time.
 class Faults {
-public:
     using Hook = std::function<int(detail::SystemCall, std::size_t*)>;
+    static inline Hook current_;
 
+public:
     explicit Faults(Hook hook) {
         current_ = std::move(hook);
         detail::setSystemCallHook(
-            [](detail::SystemCall call, std::size_t* count) { return current_(call, count); });
+            [](auto call, std::size_t* count) { return current_(call, count); });
     }
     ~Faults() { detail::setSystemCallHook(nullptr); }
-    Faults(const Faults&) = delete;
-    Faults& operator=(const Faults&) = delete;
 
     /// The calls of one kind fail: the first `times` of them, with `number`.
     static Hook failing(detail::SystemCall which, int number, int times = 1) {
@@ -34,36 +32,24 @@ public:
             return call == which && times-- > 0 ? number : 0;
         };
     }
-
-private:
-    static inline Hook current_;
 };
 
 /// Expects, when it goes, the open descriptors and this thread's signal mask to be what they were.
 class NothingLeft {
-public:
-    NothingLeft() : before_(state()) {}
-    ~NothingLeft() { EXPECT_EQ(state(), before_); }
-    NothingLeft(const NothingLeft&) = delete;
-    NothingLeft& operator=(const NothingLeft&) = delete;
-
-private:
     static std::set<std::string> state() {
         std::set<std::string> result;
-        for (const auto& entry : std::filesystem::directory_iterator("/dev/fd")) {
+        for (const auto& entry : std::filesystem::directory_iterator("/dev/fd"))
             result.insert("descriptor " + entry.path().filename().string());
-        }
         sigset_t mask;
         pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-        for (int signal = 1; signal < 32; ++signal) {
-            if (sigismember(&mask, signal) == 1) {
-                result.insert("blocked " + std::to_string(signal));
-            }
-        }
+        for (int signal = 1; signal < 32; ++signal)
+            if (sigismember(&mask, signal) == 1) result.insert("blocked " + std::to_string(signal));
         return result;
     }
+    const std::set<std::string> before_ = state();
 
-    const std::set<std::string> before_;
+public:
+    ~NothingLeft() { EXPECT_EQ(state(), before_); }
 };
 
 /// The number that `function` throws as `Errno`; 0 when it throws nothing.
