@@ -1,5 +1,7 @@
 #include <Platform/base/Data.h>
 
+#include <Platform/base/detail/Wipe.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -23,17 +25,23 @@ Data::Data(std::string_view text) {
     append(text);
 }
 
-Data::Data(const Data& other) : Data(std::span(other)) {}
+Data Data::secret() noexcept {
+    Data data;
+    data.isSecret_ = true;
+    return data;
+}
+
+Data::Data(const Data& other) : isSecret_(other.isSecret_) {
+    append(other);
+}
 
 Data::Data(Data&& other) noexcept
     : bytes_(std::exchange(other.bytes_, nullptr)), size_(std::exchange(other.size_, 0)),
-      capacity_(std::exchange(other.capacity_, 0)) {}
+      capacity_(std::exchange(other.capacity_, 0)), isSecret_(other.isSecret_) {}
 
 Data& Data::operator=(const Data& other) {
     if (this != &other) {
-        reserve(other.size_);
-        clear();
-        append(other);
+        *this = Data(other);
     }
     return *this;
 }
@@ -43,10 +51,16 @@ Data& Data::operator=(Data&& other) noexcept {
     std::swap(bytes_, taken.bytes_);
     std::swap(size_, taken.size_);
     std::swap(capacity_, taken.capacity_);
+    std::swap(isSecret_, taken.isSecret_);
     return *this;
 }
 
 Data::~Data() {
+    release();
+}
+
+void Data::release() noexcept {
+    if (isSecret_) wipe();
     std::free(bytes_);
 }
 
@@ -93,18 +107,20 @@ void Data::truncate(std::size_t size) noexcept {
 }
 
 void Data::wipe() noexcept {
-    if (bytes_) {
-        std::memset(bytes_, 0, capacity_);
-        // The block may be looked at here, says this empty instruction, so the zeros are needed.
-        asm volatile("" : : "r"(bytes_) : "memory");
-    }
+    detail::wipe(bytes_, capacity_);
     clear();
 }
 
 void Data::reallocate(std::size_t capacity) {
-    void* const block = std::realloc(bytes_, capacity);
+    void* const block = isSecret_ ? std::malloc(capacity) : std::realloc(bytes_, capacity);
     if (!block) {
         throw std::bad_alloc();
+    }
+    if (isSecret_ && bytes_) {
+        const std::size_t size = size_;
+        std::memcpy(block, bytes_, size);
+        release();
+        size_ = size;
     }
     bytes_ = static_cast<std::byte*>(block);
     capacity_ = capacity;

@@ -17,6 +17,9 @@ namespace Platform {
 class Data {
 public:
     Data() noexcept = default;
+    /// Empty, for a secret: every block is overwritten before it is given back, when the buffer
+    /// grows and when it goes. What is copied or moved from it is a secret too.
+    static Data secret() noexcept;
     /// Copies the bytes.
     explicit Data(std::span<const std::byte> bytes);
     /// Copies the bytes of the text.
@@ -62,7 +65,7 @@ public:
     void clear() noexcept { size_ = 0; }
 
     /// Overwrites the whole block with zeros, in a way that the optimiser cannot drop, and empties.
-    /// Blocks that were outgrown earlier are not reached: `reserve` first where that matters.
+    /// Blocks that were outgrown earlier are not reached, unless this is a secret.
     void wipe() noexcept;
 
     friend bool operator==(const Data& left, const Data& right) noexcept {
@@ -71,10 +74,12 @@ public:
 
 private:
     void reallocate(std::size_t capacity);
+    void release() noexcept;
 
     std::byte* bytes_ = nullptr;
     std::size_t size_ = 0;
     std::size_t capacity_ = 0;
+    bool isSecret_ = false;
 };
 
 } // namespace Platform

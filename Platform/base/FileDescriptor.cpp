@@ -55,9 +55,8 @@ Data FileDescriptor::readData(std::span<std::byte> buffer) const {
     return buffer.empty() ? Data() : Data(buffer.first(read(buffer)));
 }
 
-Data FileDescriptor::readToEnd() const {
+Data FileDescriptor::readToEnd(Data result) const {
     // Reads straight into the result: no second buffer, no second copy.
-    Data result;
     for (;;) {
         const std::size_t size = result.size();
         const std::size_t count = read(result.appendUninitialized(chunkSize));

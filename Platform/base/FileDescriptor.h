@@ -44,9 +44,9 @@ public:
     /// read when the buffer is empty.
     Data readData(std::span<std::byte> buffer) const;
 
-    /// Reads in chunks of 4096 bytes until end-of-file and returns everything. A failure discards
-    /// what was read before it.
-    Data readToEnd() const;
+    /// Reads in chunks of 4096 bytes until end-of-file and returns everything, after what `result`
+    /// holds already. A failure discards what was read before it.
+    Data readToEnd(Data result = {}) const;
 
     /// One write of all bytes. Returns the count written, which may be short; completing it is
     /// the caller's business. Where the reader has gone: `EPIPE` and no SIGPIPE (macOS: on the

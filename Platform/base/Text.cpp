@@ -56,11 +56,10 @@ Sequence sequenceAt(std::string_view text, std::size_t start) {
     return {length, true};
 }
 
-} // namespace
-
-std::string decodeUTF8(std::string_view bytes) {
-    std::string result;
-    std::size_t copied = 0; // what lies before is in the result
+/// Calls `append` with pieces of valid UTF-8, one after the other.
+template <class Append>
+void decode(std::string_view bytes, Append append) {
+    std::size_t copied = 0; // what lies before was appended
     std::size_t index = 0;
     for (;;) {
         index += asciiLength(bytes, index);
@@ -69,12 +68,25 @@ std::string decodeUTF8(std::string_view bytes) {
         }
         const Sequence sequence = sequenceAt(bytes, index);
         if (!sequence.valid) {
-            result.append(bytes, copied, index - copied).append(replacement);
+            append(bytes.substr(copied, index - copied));
+            append(replacement);
             copied = index + sequence.length;
         }
         index += sequence.length;
     }
-    return result.append(bytes, copied);
+    append(bytes.substr(copied));
+}
+
+} // namespace
+
+std::string decodeUTF8(std::string_view bytes) {
+    std::string result;
+    decode(bytes, [&](std::string_view valid) { result.append(valid); });
+    return result;
+}
+
+void appendDecodedUTF8(Data& result, std::string_view bytes) {
+    decode(bytes, [&](std::string_view valid) { result.append(valid); });
 }
 
 std::string decodeUTF8(std::span<const std::byte> bytes) {

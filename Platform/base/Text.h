@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Data.h>
+
 #include <cstddef>
 #include <span>
 #include <string>
@@ -14,6 +16,8 @@ namespace Platform {
 /// Valid bytes, zeros and a byte order mark included, are copied as they are. Pure; throws
 /// `std::bad_alloc`.
 std::string decodeUTF8(std::span<const std::byte> bytes);
+/// The same, appended to `result`: for a secret, which would leave traces in a growing string.
+void appendDecodedUTF8(Data& result, std::string_view bytes);
 std::string decodeUTF8(std::string_view bytes);
 
 /// The text as a single line: every control character (C0, DEL, C1 in UTF-8) and the line and

@@ -26,10 +26,11 @@ Data FIFO::ReadHandle::read(std::size_t upToCount) const {
     return bytes;
 }
 
-std::optional<Data> FIFO::ReadHandle::readToEnd() const {
-    Data bytes = descriptor_.readToEnd();
-    if (bytes.empty()) return std::nullopt;
-    return bytes;
+std::optional<Data> FIFO::ReadHandle::readToEnd(Data result) const {
+    const std::size_t before = result.size();
+    result = descriptor_.readToEnd(std::move(result));
+    if (result.size() == before) return std::nullopt;
+    return result;
 }
 
 FIFO::WriteHandle::WriteHandle(FileDescriptor descriptor, std::shared_ptr<FIFO> fifo) noexcept

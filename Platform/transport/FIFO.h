@@ -29,8 +29,9 @@ public:
         /// One read: at most `count` bytes, none at end-of-file.
         Data read(std::size_t upToCount) const;
 
-        /// Reads until end-of-file. Absent when that came before any byte.
-        std::optional<Data> readToEnd() const;
+        /// Reads until end-of-file, after what `result` holds already. Absent when that came before
+        /// any byte.
+        std::optional<Data> readToEnd(Data result = {}) const;
 
     private:
         friend class FIFO;

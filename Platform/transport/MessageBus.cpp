@@ -16,6 +16,18 @@ namespace Platform {
 
 using Message = MessageBus::Message;
 
+namespace {
+
+// Any message may hold what the user typed: no payload and no frame is given back to the system
+// unwiped.
+Data secretCopy(std::span<const std::byte> bytes) {
+    Data copy = Data::secret();
+    copy.append(bytes);
+    return copy;
+}
+
+} // namespace
+
 std::optional<Message::ID> Message::idFromByte(std::uint8_t byte) noexcept {
     if (byte > static_cast<std::uint8_t>(ID::filePath)) return std::nullopt;
     return static_cast<ID>(byte);
@@ -32,15 +44,15 @@ const Message& Message::abort() noexcept {
 }
 
 Message Message::data(std::span<const std::byte> bytes) {
-    return {ID::data, Data(bytes)};
+    return {ID::data, secretCopy(bytes)};
 }
 
 Message Message::text(std::string_view text) {
-    return {ID::text, Data(text)};
+    return {ID::text, secretCopy(std::as_bytes(std::span(text)))};
 }
 
 Message Message::filePath(std::string_view path) {
-    return {ID::filePath, Data(path)};
+    return {ID::filePath, secretCopy(std::as_bytes(std::span(path)))};
 }
 
 Message::Message(ID id, Data data) noexcept : id_(id), data_(std::move(data)) {}
@@ -56,7 +68,7 @@ Message decode(const std::optional<Data>& frame) {
     const auto id =
         frame ? Message::idFromByte(std::to_integer<std::uint8_t>(*frame->data())) : std::nullopt;
     if (!id) throw Errno(EBADMSG);
-    return {*id, Data(std::span<const std::byte>(*frame).subspan(1))};
+    return {*id, secretCopy(std::span<const std::byte>(*frame).subspan(1))};
 }
 
 } // namespace
@@ -142,7 +154,7 @@ Task<bool> MessageBus::send(std::shared_ptr<MessageBus> bus, Message message) {
     const std::shared_ptr<FIFO> fifo = bus->state_->fifo();
     if (!fifo) co_return false;
     checkCancellation();
-    Data frame;
+    Data frame = Data::secret();
     frame.reserve(message.data().size() + 1);
     frame.appendUninitialized(1)[0] = static_cast<std::byte>(message.id());
     frame.append(message.data());
@@ -181,7 +193,7 @@ Task<Message> MessageBus::receive(std::shared_ptr<MessageBus> bus) {
                     std::optional<Data> frame;
                     {
                         const auto handle = state->open([&] { return fifo->handleForReading(); });
-                        frame = handle.readToEnd();
+                        frame = handle.readToEnd(Data::secret());
                     }
                     continuation.resume(decode(frame));
                 } catch (...) {

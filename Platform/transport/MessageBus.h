@@ -112,4 +112,7 @@ private:
     bool destroysAtEnd_;
 };
 
+template <>
+inline constexpr bool detail::mayBeSecret<MessageBus::Message> = true;
+
 } // namespace Platform

@@ -3,6 +3,7 @@
 #include <Platform/runtime/detail/TaskPromise.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <utility>
 
@@ -57,7 +58,8 @@ private:
 };
 
 template <class T>
-class ContinuationState final : public ContinuationStateBase {
+class ContinuationState final : public ContinuationStateBase,
+                                public WipedWhenFreed<mayBeSecret<T>> {
 public:
     ContinuationState(const char* label, TaskContext& task) noexcept
         : ContinuationStateBase(label, task) {}

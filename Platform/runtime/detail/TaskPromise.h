@@ -1,9 +1,11 @@
 #pragma once
 
+#include <Platform/base/detail/Wipe.h>
 #include <Platform/runtime/detail/TaskContext.h>
 
 #include <concepts>
 #include <coroutine>
+#include <cstddef>
 #include <exception>
 #include <type_traits>
 #include <utility>
@@ -89,7 +91,7 @@ private:
 };
 
 template <class T>
-class TaskPromise : public PromiseBase {
+class TaskPromise : public PromiseBase, public WipedWhenFreed<mayBeSecret<T>> {
 public:
     Task<T> get_return_object() noexcept;
 
