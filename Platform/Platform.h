@@ -2,6 +2,8 @@
 
 /// Everything that the library offers.
 
+#include <Platform/askpass/Client.h>
+#include <Platform/askpass/Server.h>
 #include <Platform/base/CancellationError.h>
 #include <Platform/base/Data.h>
 #include <Platform/base/Errno.h>

@@ -1,0 +1,51 @@
+#include <Platform/askpass/Client.h>
+
+#include <Platform/base/Errno.h>
+#include <Platform/base/ProcessInfo.h>
+#include <Platform/base/Text.h>
+#include <Platform/base/detail/WriteAll.h>
+#include <Platform/transport/detail/HandOff.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <string>
+
+namespace Platform::Askpass {
+
+using Message = MessageBus::Message;
+
+namespace {
+
+Task<void> run() {
+    auto asking = detail::askHost(Message::ID::text, ENODATA);
+    const Message reply = co_await asking;
+    const bool answered = reply.id() == Message::ID::text;
+    // The caller of a confirmation takes status 0 for yes, whatever is printed.
+    if (!answered && ProcessInfo::environmentValue("SSH_ASKPASS_PROMPT") == "confirm") {
+        std::exit(EXIT_FAILURE); // NOLINT(concurrency-mt-unsafe): the program ends here
+    }
+    Data output = Data::secret();
+    if (answered) appendDecodedUTF8(output, reply.data().view());
+    output.append(std::string_view("\n"));
+    detail::writeAll(detail::standardOutput, output);
+}
+
+} // namespace
+
+Task<void> Client::main() {
+    try {
+        auto running = run();
+        co_await running;
+    } catch (...) {
+        try {
+            const Data line(errorDescription(std::current_exception()) + "\n");
+            detail::writeAll(detail::standardError, line);
+        } catch (...) { // NOLINT(bugprone-empty-catch): the signal tells the rest.
+        }
+        ::kill(0, SIGINT);
+    }
+}
+
+} // namespace Platform::Askpass
