@@ -23,8 +23,23 @@ namespace Bench {
 
 namespace {
 
-constexpr const char* shim = PLATFORM_BIN_DIR "/editor-shim";
-constexpr const char* plainClient = PLATFORM_BIN_DIR "/bench-editor-client";
+/// One of the hand-offs: its client beside the plain one, what they ask and what they are told.
+struct Kind {
+    const char* name;
+    const char* shim;
+    const char* plainClient;
+    std::string_view request;
+    std::string_view answer;
+};
+
+constexpr Kind kinds[] = {
+    {"hand-off as git sees it", PLATFORM_BIN_DIR "/editor-shim",
+     PLATFORM_BIN_DIR "/bench-editor-client", "\4/repository/.git/COMMIT_EDITMSG",
+     std::string_view("\0", 1)},
+    {"credential hand-off", PLATFORM_BIN_DIR "/askpass-shim",
+     PLATFORM_BIN_DIR "/bench-askpass-client",
+     "\3Password for 'https://me@example.org': ", "\3correct horse battery staple"},
+};
 
 template <class Result>
 Result checked(Result result, const char* what) {
@@ -35,7 +50,9 @@ Result checked(Result result, const char* what) {
 /// A host of nothing but system calls, with a client started by hand the way a tool does it.
 class Host {
 public:
-    Host() {
+    explicit Host(const Kind& kind) : kind_(kind) {
+        posix_spawn_file_actions_init(&toNowhere_);
+        posix_spawn_file_actions_addopen(&toNowhere_, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
         const auto pattern = std::filesystem::temp_directory_path() / "platform-bench-XXXXXX";
         std::string folder = pattern.string();
         if (!mkdtemp(folder.data())) checked(-1, "mkdtemp");
@@ -48,18 +65,19 @@ public:
     Host& operator=(const Host&) = delete;
     ~Host() {
         unsetenv("MV_EDITOR_CONN");
+        posix_spawn_file_actions_destroy(&toNowhere_);
         std::error_code ignored;
         std::filesystem::remove_all(folder_, ignored);
     }
 
-    /// Starts the client, takes its request, accepts it, and reaps the client.
+    /// Starts the client, takes its request, answers it, and reaps the client.
     /// `whileItWaits(process)` is called before the answer is written.
     template <class F>
     void handOff(const char* program, F whileItWaits) const {
-        char path[] = "/repository/.git/COMMIT_EDITMSG";
-        char* const arguments[] = {const_cast<char*>(program), path, nullptr};
+        std::string asked(kind_.request.substr(1));
+        char* const arguments[] = {const_cast<char*>(program), asked.data(), nullptr};
         pid_t process = 0;
-        const int error = posix_spawn(&process, program, nullptr, nullptr, arguments, environ);
+        const int error = posix_spawn(&process, program, &toNowhere_, nullptr, arguments, environ);
         if (error) throw std::system_error(error, std::system_category(), program);
 
         char request[256];
@@ -73,35 +91,35 @@ public:
 
         const int writing = checked(open(pipe_.c_str(), O_WRONLY | O_CLOEXEC), "open");
         whileItWaits(process);
-        const char ok = 0;
-        checked(write(writing, &ok, 1), "write");
+        checked(write(writing, kind_.answer.data(), kind_.answer.size()), "write");
         close(writing);
 
         int status = 0;
         checked(waitpid(process, &status, 0), "waitpid");
-        const bool whole = std::string_view(request, size) == std::string("\4") + path;
+        const bool whole = std::string_view(request, size) == kind_.request;
         if (!whole || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
             throw std::runtime_error(std::string(program) + " failed");
         }
     }
 
 private:
+    const Kind& kind_;
+    posix_spawn_file_actions_t toNowhere_;
     std::string folder_;
     std::string pipe_;
 };
 
-void handOff(benchmark::State& state) {
-    const Host host;
+void handOff(benchmark::State& state, const Kind& kind) {
+    const Host host(kind);
     const auto round = [&host](const char* program) {
         return wholly([&host, program] { host.handOff(program, [](pid_t) {}); });
     };
-    compareTimes(state, 1, round(shim), round(plainClient));
+    compareTimes(state, 1, round(kind.shim), round(kind.plainClient));
     aimAtRatio(state, 1.10);
 }
-BENCHMARK(handOff)->Name("hand-off as git sees it")->UseManualTime();
 
-void clientMemory(benchmark::State& state) {
-    const Host host;
+void clientMemory(benchmark::State& state, const Kind& kind) {
+    const Host host(kind);
     const auto peak = [&host](const char* program) {
         double bytes = 0;
         host.handOff(program, [&](pid_t process) { bytes = peakMemory(process); });
@@ -110,21 +128,31 @@ void clientMemory(benchmark::State& state) {
     double ours = 0;
     double bare = 0;
     for (auto _ : state) {
-        ours = std::max(ours, peak(shim));
-        bare = std::max(bare, peak(plainClient));
+        ours = std::max(ours, peak(kind.shim));
+        bare = std::max(bare, peak(kind.plainClient));
     }
     noteBytes(state, ours, bare);
     aimAtRatio(state, 1.5);
 }
-BENCHMARK(clientMemory)->Name("client's peak memory")->Iterations(10);
 
-void clientSize(benchmark::State& state) {
+void clientSize(benchmark::State& state, const Kind& kind) {
     for (auto _ : state) {
-        noteBytes(state, static_cast<double>(std::filesystem::file_size(shim)),
-                  static_cast<double>(std::filesystem::file_size(plainClient)));
+        noteBytes(state, static_cast<double>(std::filesystem::file_size(kind.shim)),
+                  static_cast<double>(std::filesystem::file_size(kind.plainClient)));
     }
 }
-BENCHMARK(clientSize)->Name("client's file size")->Iterations(1);
+
+const bool registered = [] {
+    for (const Kind& kind : kinds) {
+        const std::string name = kind.name;
+        benchmark::RegisterBenchmark(name.c_str(), handOff, kind)->UseManualTime();
+        benchmark::RegisterBenchmark((name + ": peak memory").c_str(), clientMemory, kind)
+            ->Iterations(10);
+        benchmark::RegisterBenchmark((name + ": file size").c_str(), clientSize, kind)
+            ->Iterations(1);
+    }
+    return true;
+}();
 
 } // namespace
 
