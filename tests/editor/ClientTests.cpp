@@ -1,7 +1,8 @@
 #include <Platform/editor/Client.h>
 
+#include <Platform/base/Errno.h>
+
 #include <cerrno>
-#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -64,7 +65,7 @@ TEST(EditorClient, SendsThePathAsGivenAndEndsWithTheVerdict) {
         EXPECT_EQ(host.wait().status, 0);
         EXPECT_EQ(contentsOf(scratch / "request"), "\4" + path);
         if (number != 0) {
-            expectFailure(result, std::strerror(number));
+            expectFailure(result, Errno(number).what());
             continue;
         }
         EXPECT_EQ(result.status, 0);
@@ -78,7 +79,7 @@ TEST(EditorClient, FailsWithOneLogEntryOnBadInput) {
     const std::string pipe = scratch / "pipe"; // whoever opens it waits for ever
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
     const std::string file = write(scratch / "file", "precious");
-    const auto failure = [](int number) { return std::string(std::strerror(number)); };
+    const auto failure = [](int number) { return std::string(Errno(number).what()); };
     const auto notAPipe = [&](const std::string& path) {
         return path + " is not a named pipe: " + failure(EINVAL);
     };
@@ -109,7 +110,7 @@ TEST(EditorClient, FailsWithOneLogEntryOnBadInput) {
 TEST(EditorClient, IsRefusedByThePipeOfSomebodyElse) {
     if (::geteuid() != 0) GTEST_SKIP() << "needs the right to become somebody else";
     const Scratch scratch;
-    std::filesystem::permissions(scratch / "", std::filesystem::perms(0711));
+    ASSERT_EQ(::chmod((scratch / "").c_str(), 0711), 0);
     const std::string pipe = scratch / "pipe";
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
     const std::string shim = scratch / "shim";
@@ -117,7 +118,7 @@ TEST(EditorClient, IsRefusedByThePipeOfSomebodyElse) {
     const auto result =
         run({"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", shim, "path"},
             {{"MV_EDITOR_CONN", pipe}});
-    expectFailure(result, std::strerror(EACCES));
+    expectFailure(result, Errno(EACCES).what());
 }
 
 } // namespace

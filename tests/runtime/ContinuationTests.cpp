@@ -2,9 +2,6 @@
 #include <Platform/runtime/CheckedContinuation.h>
 #include <Platform/runtime/RunMain.h>
 #include <Platform/runtime/TaskHandle.h>
-#include <support/SeededExecutor.h>
-
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdio>
@@ -14,6 +11,9 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+
+#include <gtest/gtest.h>
+#include <support/SeededExecutor.h>
 
 namespace Platform {
 namespace {
@@ -106,8 +106,9 @@ TEST(CheckedContinuation, RacesWithItsOwnSuspension) {
         });
         handedOver.arrive_and_wait();
         std::exchange(shared, std::nullopt)->resume(round);
-        ASSERT_EQ(runMain([](TaskHandle<int>& handle) -> Task<int> { co_return co_await handle; }(task)),
-                  round);
+        ASSERT_EQ(
+            runMain([](TaskHandle<int>& handle) -> Task<int> { co_return co_await handle; }(task)),
+            round);
     }
 }
 

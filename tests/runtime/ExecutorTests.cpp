@@ -4,9 +4,6 @@
 #include <Platform/runtime/SerialQueue.h>
 #include <Platform/runtime/TaskHandle.h>
 #include <Platform/runtime/detail/BlockingPool.h>
-#include <support/SeededExecutor.h>
-
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <latch>
@@ -15,6 +12,9 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <support/SeededExecutor.h>
 
 namespace Platform {
 namespace {

@@ -5,9 +5,6 @@
 #include <Platform/runtime/RunMain.h>
 #include <Platform/runtime/TaskGroup.h>
 #include <Platform/runtime/TaskHandle.h>
-#include <support/SeededExecutor.h>
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
@@ -18,6 +15,9 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <support/SeededExecutor.h>
 
 namespace Platform {
 namespace {
@@ -135,7 +135,9 @@ TEST(Task, AMillionAtOnce) {
 TEST(Task, DestroysEverythingOnceAndInTime) {
     const auto token = std::make_shared<int>(0);
     const std::weak_ptr<int> alive = token;
-    const auto use = [](std::shared_ptr<int> kept, int) -> Task<long> { co_return kept.use_count(); };
+    const auto use = [](std::shared_ptr<int> kept, int) -> Task<long> {
+        co_return kept.use_count();
+    };
     runMain([](decltype(use)& call, std::shared_ptr<int> held) -> Task<void> {
         const long before = held.use_count();
         EXPECT_GT(co_await call(held, co_await value(1)), before);
@@ -150,7 +152,9 @@ TEST(Task, DestroysEverythingOnceAndInTime) {
         auto result = co_await handle;
         EXPECT_EQ(result.use_count(), before + 1);
         EXPECT_THROW(co_await handle, std::logic_error);
-        { auto neverAwaited = call(held, 1); }
+        {
+            auto neverAwaited = call(held, 1);
+        }
         EXPECT_EQ(held.use_count(), before + 1);
     }(use, token));
     EXPECT_EQ(token.use_count(), 1);
@@ -239,8 +243,8 @@ TEST(Cancellation, RacesWithLeavingItsScope) {
     }
 }
 
-// Random children that yield, fail, are cancelled and add more: all end before the group's scope does,
-// and each is told of once.
+// Random children that yield, fail, are cancelled and add more: all end before the group's scope
+// does, and each is told of once.
 TEST(TaskGroup, EndsAllChildrenOnEveryWayOut) {
     for (int seed = 0; seed < rounds(3'000, 300'000); ++seed) {
         SeededExecutor executor(static_cast<std::uint64_t>(seed));

@@ -3,8 +3,9 @@
 #include <Platform/base/ProcessInfo.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
-#include <cstring>
+#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
@@ -25,7 +26,7 @@ std::FILE* temporaryFile() {
 std::string contents(std::FILE* file) {
     std::string text;
     std::array<char, 4096> chunk;
-    std::rewind(file);
+    std::fseek(file, 0, SEEK_SET);
     while (const std::size_t count = std::fread(chunk.data(), 1, chunk.size(), file)) {
         text.append(chunk.data(), count);
     }
@@ -34,6 +35,7 @@ std::string contents(std::FILE* file) {
 
 std::vector<char*> pointers(std::vector<std::string>& strings) {
     std::vector<char*> result;
+    result.reserve(strings.size() + 1);
     for (std::string& string : strings) result.push_back(string.data());
     result.push_back(nullptr);
     return result;
@@ -82,7 +84,7 @@ Process::Process(std::vector<std::string> arguments, const Environment& changes)
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) {
         id_ = -1;
-        ADD_FAILURE() << name_ << " does not start: " << std::strerror(error);
+        ADD_FAILURE() << name_ << " does not start: " << std::generic_category().message(error);
         return;
     }
     // Leaves the end to be collected by `wait`: until then the id belongs to this process.

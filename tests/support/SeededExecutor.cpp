@@ -26,7 +26,8 @@ bool SeededExecutor::runOne() {
 }
 
 void SeededExecutor::runUntilIdle() {
-    while (runOne()) {}
+    while (runOne()) {
+    }
 }
 
 void SeededExecutor::runUntil(const std::function<bool()>& condition) {

@@ -14,8 +14,8 @@
 
 namespace Platform::Testing {
 
-/// Runs detached tasks on the calling thread, in an order that the seed decides: the same seed, the same
-/// schedule. In place from construction to destruction.
+/// Runs detached tasks on the calling thread, in an order that the seed decides: the same seed, the
+/// same schedule. In place from construction to destruction.
 class SeededExecutor final : public Executor {
 public:
     explicit SeededExecutor(std::uint64_t seed) : random_(seed) {
@@ -28,8 +28,8 @@ public:
     /// Runs ready tasks until there are none.
     void runUntilIdle();
 
-    /// Runs ready tasks, waiting for those that other threads make ready, until the condition holds.
-    /// Aborts the program with a message when a minute passes without a ready task.
+    /// Runs ready tasks, waiting for those that other threads make ready, until the condition
+    /// holds. Aborts the program with a message when a minute passes without a ready task.
     void runUntil(const std::function<bool()>& condition);
 
     /// Below `bound`, from the same seed.
@@ -44,7 +44,8 @@ private:
     std::vector<detail::TaskContext*> ready_;
 };
 
-/// Gives way to the other ready tasks: on the seeded executor a point where the schedule may branch.
+/// Gives way to the other ready tasks: on the seeded executor a point where the schedule may
+/// branch.
 struct Yield : detail::Awaitable {
     bool await_ready() const noexcept { return false; }
     template <class Promise>
