@@ -42,7 +42,7 @@ Task<void> Client::main() {
         try {
             const Data line(errorDescription(std::current_exception()) + "\n");
             detail::writeAll(detail::standardError, line);
-        } catch (...) { // NOLINT(bugprone-empty-catch): the signal tells the rest.
+        } catch (...) { // the signal tells the rest.
         }
         ::kill(0, SIGINT);
     }

@@ -13,16 +13,16 @@ namespace Platform::Editor {
 using Message = MessageBus::Message;
 
 Task<void> Client::main() {
+    int status = EXIT_SUCCESS;
     try {
         auto asking = detail::askHost(Message::ID::filePath, ENOENT);
         const Message answer = co_await asking;
         if (answer.id() != Message::ID::ok) throw Errno(ECANCELED);
     } catch (...) {
         Logger("editorClient").error(std::current_exception());
-        std::exit(
-            EXIT_FAILURE); // NOLINT(concurrency-mt-unsafe): the program ends here, and nowhere else
+        status = EXIT_FAILURE;
     }
-    std::exit(EXIT_SUCCESS); // NOLINT(concurrency-mt-unsafe)
+    std::exit(status); // NOLINT(concurrency-mt-unsafe): the program ends here and nowhere else
 }
 
 } // namespace Platform::Editor
