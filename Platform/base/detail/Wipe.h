@@ -48,11 +48,9 @@ class WipedWhenFreed {};
 template <>
 class WipedWhenFreed<true> {
 public:
-    static void* operator new(std::size_t size) { return ::operator new(size); }
-    static void operator delete(void* memory, std::size_t size) noexcept {
-        wipe(memory, size);
-        ::operator delete(memory, size);
-    }
+    // Not inline: g++ takes the one for mismatched with the other when it inlines one only.
+    static void* operator new(std::size_t size);
+    static void operator delete(void* memory, std::size_t size) noexcept;
 };
 
 } // namespace Platform::detail
