@@ -63,6 +63,21 @@ std::string Message::string() const {
 
 namespace {
 
+/// Resumes the task with what `work` returns or throws, when everything that `work` opened is
+/// closed. Not from inside a handler, which would share the exception with the task that goes on.
+template <class T, class Work>
+void resumeWith(const CheckedContinuation<T>& continuation, Work work) {
+    std::optional<T> result;
+    std::exception_ptr error;
+    try {
+        result.emplace(work());
+    } catch (...) {
+        error = std::current_exception();
+    }
+    if (error) return continuation.resumeThrowing(std::move(error));
+    continuation.resume(std::move(*result));
+}
+
 /// The message in a transmission that was read to its end.
 Message decode(const std::optional<Data>& frame) {
     const auto id =
@@ -162,16 +177,10 @@ Task<bool> MessageBus::send(std::shared_ptr<MessageBus> bus, Message message) {
     auto sent =
         withCheckedContinuation<bool>("send(_:)", [&](CheckedContinuation<bool> continuation) {
             bus->queue_.submit([continuation, fifo, state = bus->state_, frame = std::move(frame)] {
-                try {
-                    std::size_t count = 0;
-                    {
-                        const auto handle = state->open([&] { return fifo->handleForWriting(); });
-                        count = handle.write(frame);
-                    }
-                    continuation.resume(count == frame.size());
-                } catch (...) {
-                    continuation.resumeThrowing(std::current_exception());
-                }
+                resumeWith(continuation, [&] {
+                    const auto handle = state->open([&] { return fifo->handleForWriting(); });
+                    return handle.write(frame) == frame.size();
+                });
             });
         });
     co_return co_await sent;
@@ -189,16 +198,10 @@ Task<Message> MessageBus::receive(std::shared_ptr<MessageBus> bus) {
     auto received = withCheckedContinuation<Message>(
         "receive()", [&](CheckedContinuation<Message> continuation) {
             bus->queue_.submit([continuation, fifo, state = bus->state_] {
-                try {
-                    std::optional<Data> frame;
-                    {
-                        const auto handle = state->open([&] { return fifo->handleForReading(); });
-                        frame = handle.readToEnd(Data::secret());
-                    }
-                    continuation.resume(decode(frame));
-                } catch (...) {
-                    continuation.resumeThrowing(std::current_exception());
-                }
+                resumeWith(continuation, [&] {
+                    const auto handle = state->open([&] { return fifo->handleForReading(); });
+                    return decode(handle.readToEnd(Data::secret()));
+                });
             });
         });
     co_return co_await received;
