@@ -17,8 +17,7 @@ endfunction()
 function(platform_link_statically name)
     get_target_property(type Platform TYPE)
     if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT PLATFORM_SANITIZE AND type STREQUAL "STATIC_LIBRARY")
-        # Fewer pages to fault in at start-up: code and constants share them, by their names.
-        target_link_options(${name} PRIVATE -static -Wl,-z,noseparate-code -Wl,--sort-section=name)
+        target_link_options(${name} PRIVATE -static)
     endif()
 endfunction()
 
@@ -26,5 +25,8 @@ endfunction()
 function(platform_add_program name)
     platform_add_executable(${name} ${ARGN})
     platform_link_statically(${name})
+    # Fewer pages to fault in at start-up: code and constants share them, by their names.
+    target_link_options(${name} PRIVATE
+        $<$<PLATFORM_ID:Linux>:-Wl,-z,noseparate-code,--sort-section=name>)
     install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endfunction()
