@@ -14,6 +14,8 @@
 #include <termios.h>
 #include <unistd.h>
 
+extern "C" char** environ; // NOLINT(readability-redundant-declaration): not everywhere in a header
+
 // Nobody else reads standard input, so this may block: it runs on a queue of its own.
 static std::optional<std::string> readAnswer(const std::string& prompt) {
     std::cerr << prompt << ' ' << std::flush;
