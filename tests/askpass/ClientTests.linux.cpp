@@ -166,6 +166,11 @@ TEST(AskpassClient, LeavesNoTraceOfTheAnswerInItsMemory) {
         ASSERT_EQ(status >> 8, SIGTRAP | (PTRACE_EVENT_EXIT << 8));
         EXPECT_GT(occurrences(client, "prompt"), 0u) << "the search finds nothing at all";
         EXPECT_EQ(occurrences(client, secret.substr(0, 12)), 0u);
+        for (const char* file : {"/cmdline", "/environ"}) {
+            const std::string shown = contentsOf("/proc/" + std::to_string(client) + file);
+            EXPECT_FALSE(shown.empty());
+            EXPECT_EQ(shown.find(secret.substr(0, 12)), std::string::npos) << file;
+        }
         ::ptrace(PTRACE_CONT, client, nullptr, nullptr);
         ::waitpid(client, &status, 0);
     }

@@ -76,6 +76,7 @@ void expectNowhereBelow(const std::string& folder, const std::string& text) {
 }
 
 TEST(AskpassTools, GitCredentialAsksForUserAndPassword) {
+    LogEntries log;
     Prompts host({"me", "can4ry"});
     const auto result = host.ask({"sh", "-c",
                                   "printf 'protocol=https\\nhost=example.org\\n\\n' |"
@@ -84,6 +85,8 @@ TEST(AskpassTools, GitCredentialAsksForUserAndPassword) {
     EXPECT_EQ(result.output, "protocol=https\nhost=example.org\nusername=me\npassword=can4ry\n");
     EXPECT_EQ(host.asked(), (std::vector<std::string>{"Username for 'https://example.org': ",
                                                       "Password for 'https://me@example.org': "}));
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(log.take(), std::vector<std::string>{});
     expectNowhereBelow(host / "", "can4ry");
 }
 
