@@ -4,6 +4,11 @@
 
 #include <Platform/askpass/Client.h>
 #include <Platform/askpass/Server.h>
+#include <Platform/async/AsyncChannel.h>
+#include <Platform/async/AsyncCond.h>
+#include <Platform/async/AsyncLock.h>
+#include <Platform/async/AsyncQueue.h>
+#include <Platform/async/ChannelError.h>
 #include <Platform/base/CancellationError.h>
 #include <Platform/base/Data.h>
 #include <Platform/base/Errno.h>

@@ -234,13 +234,20 @@ void CooperativePool::State::wakeOne() noexcept {
 void CooperativePool::State::run(Worker& self) {
     Worker::current = &self;
     detail::setThreadName("cooperative");
+    constexpr int usual = detail::urgencyOf(TaskPriority::unspecified);
+    int urgency = usual;
+    const auto adopt = [&urgency](int wanted) noexcept {
+        if (std::exchange(urgency, wanted) != wanted) detail::setThreadUrgency(wanted);
+    };
     do {
         while (true) {
             TaskContext* task = next(self);
             if (!task) task = search(self);
             if (!task) break;
+            adopt(ReadyQueue::levelOf(*task));
             task->run();
         }
+        adopt(usual); // so that it is woken in time, whatever for
     } while (park(self));
 }
 

@@ -8,6 +8,10 @@ namespace Platform::Testing {
 
 void SeededExecutor::enqueue(detail::TaskContext& task) noexcept {
     const std::lock_guard guard(mutex_);
+    if (countdown_-- == 0) {
+        lost_ = &task;
+        return;
+    }
     ready_.push_back(&task);
     added_.notify_one();
 }
@@ -28,6 +32,11 @@ bool SeededExecutor::runOne() {
 void SeededExecutor::runUntilIdle() {
     while (runOne()) {
     }
+}
+
+void SeededExecutor::find() {
+    if (lost_) enqueue(*std::exchange(lost_, nullptr));
+    runUntilIdle();
 }
 
 void SeededExecutor::runUntil(const std::function<bool()>& condition) {

@@ -32,6 +32,11 @@ public:
     /// holds. Aborts the program with a message when a minute passes without a ready task.
     void runUntil(const std::function<bool()>& condition);
 
+    /// Loses a wake-up, to see whether a test notices: of those to come the one with this index.
+    void lose(int index) { countdown_ = index; }
+    /// Makes up for it, and runs until idle.
+    void find();
+
     /// Below `bound`, from the same seed.
     std::size_t choose(std::size_t bound) { return random_() % bound; }
 
@@ -42,6 +47,8 @@ private:
     std::mutex mutex_;
     std::condition_variable added_;
     std::vector<detail::TaskContext*> ready_;
+    int countdown_ = -1;
+    detail::TaskContext* lost_ = nullptr;
 };
 
 /// Gives way to the other ready tasks: on the seeded executor a point where the schedule may

@@ -11,24 +11,6 @@ void ChildContext::publishEnd() noexcept {
     group_.ended(*this);
 }
 
-void GroupState::List::append(ChildContext& child) noexcept {
-    child.previous_ = last_;
-    child.next_ = nullptr;
-    (last_ ? last_->next_ : first_) = &child;
-    last_ = &child;
-}
-
-void GroupState::List::remove(ChildContext& child) noexcept {
-    (child.previous_ ? child.previous_->next_ : first_) = child.next_;
-    (child.next_ ? child.next_->previous_ : last_) = child.previous_;
-}
-
-ChildContext* GroupState::List::takeFirst() noexcept {
-    ChildContext* const child = first_;
-    if (child) remove(*child);
-    return child;
-}
-
 GroupState::~GroupState() {
     while (ChildContext* const child = takeEnded()) child->release();
 }
@@ -39,7 +21,6 @@ void GroupState::start(ChildContext& child) noexcept {
     {
         const std::lock_guard guard(mutex_);
         cancelled = isCancelled_;
-        child.told_ = cancelled;
         (cancelled ? cancelled_ : running_).append(child);
     }
     if (cancelled) child.cancel();
@@ -56,7 +37,6 @@ void GroupState::cancelAll() noexcept {
             isCancelled_ = true;
             child = running_.takeFirst();
             if (!child) return;
-            child->told_ = true;
             cancelled_.append(*child);
             child->retain();
         }
@@ -89,7 +69,7 @@ void GroupState::ended(ChildContext& child) noexcept {
     bool wake = false;
     {
         const std::lock_guard guard(mutex_);
-        (child.told_ ? cancelled_ : running_).remove(child);
+        child.unlink();
         ended_.append(child);
         if (parked_ && isOver(until_)) wake = std::exchange(parked_, false);
     }

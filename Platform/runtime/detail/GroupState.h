@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/detail/LinkedList.h>
 #include <Platform/runtime/detail/TaskContext.h>
 #include <Platform/runtime/detail/TaskPromise.h>
 
@@ -12,7 +13,7 @@ namespace Platform::detail {
 class GroupState;
 
 /// A task group's child: stands in one of its group's lists.
-class ChildContext : public TaskContext {
+class ChildContext : public TaskContext, public Link {
 protected:
     explicit ChildContext(GroupState& group) noexcept;
 
@@ -22,9 +23,6 @@ private:
     friend class GroupState;
 
     GroupState& group_;
-    ChildContext* previous_ = nullptr;
-    ChildContext* next_ = nullptr;
-    bool told_ = false; ///< Stands in the list of those that were cancelled.
 };
 
 /// What a task group knows of its children. Used by the parent's task, the ending children and
@@ -69,27 +67,15 @@ public:
 private:
     friend class ChildContext;
 
-    class List {
-    public:
-        bool empty() const noexcept { return !first_; }
-        void append(ChildContext& child) noexcept;
-        void remove(ChildContext& child) noexcept;
-        ChildContext* takeFirst() noexcept;
-
-    private:
-        ChildContext* first_ = nullptr;
-        ChildContext* last_ = nullptr;
-    };
-
     bool park(Until until) noexcept;
     void ended(ChildContext& child) noexcept;
     bool isOver(Until until) const noexcept;
 
     TaskContext& parent_;
     std::mutex mutex_;
-    List running_;
-    List cancelled_; ///< Running too, but told to end.
-    List ended_;
+    LinkedList<ChildContext> running_;
+    LinkedList<ChildContext> cancelled_; ///< Running too, but told to end.
+    LinkedList<ChildContext> ended_;
     bool isCancelled_ = false;
     bool parked_ = false;
     Until until_ = Until::nextEnded;

@@ -8,6 +8,21 @@
 
 namespace Platform::detail {
 
+/// The classes of urgency that the executors tell apart, from 0 on: background, utility, default,
+/// user-initiated. A priority without a class of its own is served as default.
+constexpr int urgencyOf(TaskPriority priority) noexcept {
+    switch (priority) {
+    case TaskPriority::background:
+        return 0;
+    case TaskPriority::utility:
+        return 1;
+    case TaskPriority::userInitiated:
+        return 3;
+    default:
+        return 2;
+    }
+}
+
 /// Tasks that are ready to run: the most urgent first, first in first out among equals. Allocates
 /// nothing, a task stands in one queue at most. Not synchronised.
 class ReadyQueue {
@@ -18,18 +33,7 @@ public:
     /// Grows with urgency; -1 when empty. Comparable with `levelOf`.
     int topLevel() const noexcept { return static_cast<int>(std::bit_width(occupied_)) - 1; }
 
-    static int levelOf(const TaskContext& task) noexcept {
-        switch (task.priority()) {
-        case TaskPriority::background:
-            return 0;
-        case TaskPriority::utility:
-            return 1;
-        case TaskPriority::userInitiated:
-            return 3;
-        default:
-            return 2;
-        }
-    }
+    static int levelOf(const TaskContext& task) noexcept { return urgencyOf(task.priority()); }
 
     void push(TaskContext& task) noexcept {
         const int level = levelOf(task);

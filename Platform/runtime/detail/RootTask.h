@@ -51,6 +51,7 @@ public:
 
 private:
     std::coroutine_handle<> start() noexcept override {
+        if (!this->mayBegin()) return nullptr;
         try {
             return this->begin((*callable_)());
         } catch (...) {

@@ -70,7 +70,10 @@ protected:
         : executor_(&executor), priority_(priority) {}
     virtual ~TaskContext() = default;
 
-    /// The outermost coroutine, on the first run; null when it could not even be made.
+    /// Whether the task is still wanted when it is about to begin; for a derived class to hide.
+    static bool mayBegin() noexcept { return true; }
+
+    /// The outermost coroutine, on the first run; null when there is nothing to run.
     virtual std::coroutine_handle<> start() noexcept = 0;
 
     /// Publishes the result. The run's reference is released afterwards.

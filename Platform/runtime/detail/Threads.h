@@ -13,4 +13,8 @@ std::thread startThread(std::function<void()> body);
 /// Names the calling thread for debuggers and process lists; cut at what the system allows.
 void setThreadName(const char* name) noexcept;
 
+/// Has the system serve the calling thread as tasks of this urgency (see `urgencyOf`) deserve. Does
+/// nothing where threads have no quality of service.
+void setThreadUrgency(int urgency) noexcept;
+
 } // namespace Platform::detail

@@ -12,4 +12,6 @@ void setThreadName(const char* name) noexcept {
     pthread_setname_np(pthread_self(), cut);
 }
 
+void setThreadUrgency(int) noexcept {}
+
 } // namespace Platform::detail
