@@ -3,6 +3,7 @@
 #include "BareCoroutine.h"
 #include "Comparison.h"
 #include "Memory.h"
+#include "Pool.h"
 
 #include <chrono>
 #include <cstddef>
@@ -47,27 +48,6 @@ void synchronousAwaits(benchmark::State& state) {
     compareTimes(state, count, wholly(ours), wholly(bare));
 }
 BENCHMARK(synchronousAwaits)->Name("synchronous await, in a row")->UseManualTime()->Arg(1'000'000);
-
-/// Runs `f`'s task on the pool where detached tasks go, and waits for it.
-template <class F>
-void runDetached(F f) {
-    runMain([](F callable) -> Task<> {
-        auto handle = detached(std::move(callable));
-        co_await handle;
-    }(std::move(f)));
-}
-
-/// Detached tasks go to a pool with a single worker.
-class OneWorker {
-public:
-    OneWorker() { detail::setDefaultExecutor(&pool_); }
-    OneWorker(const OneWorker&) = delete;
-    OneWorker& operator=(const OneWorker&) = delete;
-    ~OneWorker() { detail::setDefaultExecutor(nullptr); }
-
-private:
-    CooperativePool pool_{1};
-};
 
 /// Suspends the task, with nothing but a note of it left.
 struct Park : detail::Awaitable {
@@ -116,7 +96,7 @@ constexpr int hopsOfEach = 2'500;
 
 template <class Waiting>
 void hop(benchmark::State& state, Task<> (*hopper)(Waiting&, int)) {
-    const OneWorker worker;
+    const Workers worker(1);
     const auto ours = [hopper] {
         Seconds time{};
         runDetached([&time, hopper]() -> Task<> {

@@ -3,6 +3,7 @@
 #include <Platform/async/ChannelError.h>
 #include <Platform/async/detail/Wait.h>
 #include <Platform/base/CancellationError.h>
+#include <Platform/base/detail/QuickMutex.h>
 
 #include <cstdint>
 #include <memory>
@@ -126,7 +127,7 @@ private:
             }
             return false;
         }
-        std::mutex& mutex() const noexcept { return channel_.mutex_; }
+        detail::QuickMutex& mutex() const noexcept { return channel_.mutex_; }
         detail::WaiterList& line() const noexcept { return channel_.senders_; }
         void noteCancelled() noexcept { status_ = Status::cancelled; }
 
@@ -165,14 +166,14 @@ private:
             waiting->finish(Status::ok);
             return false;
         }
-        std::mutex& mutex() const noexcept { return channel_.mutex_; }
+        detail::QuickMutex& mutex() const noexcept { return channel_.mutex_; }
         detail::WaiterList& line() const noexcept { return channel_.receivers_; }
 
         AsyncChannel& channel_;
         std::optional<Element> element_;
     };
 
-    std::mutex mutex_;
+    detail::QuickMutex mutex_;
     bool closed_ = false;
     detail::WaiterList senders_;
     detail::WaiterList receivers_;

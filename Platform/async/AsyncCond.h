@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/async/detail/Wait.h>
+#include <Platform/base/detail/QuickMutex.h>
 
 #include <mutex>
 
@@ -31,7 +32,7 @@ public:
     void broadcast() noexcept;
 
 private:
-    std::mutex mutex_;
+    detail::QuickMutex mutex_;
     detail::WaiterList waiters_;
 };
 
@@ -47,7 +48,7 @@ public:
 private:
     friend detail::Wait<Wait>;
 
-    std::mutex& mutex() const noexcept { return condition_.mutex_; }
+    detail::QuickMutex& mutex() const noexcept { return condition_.mutex_; }
     detail::WaiterList& line() const noexcept { return condition_.waiters_; }
     static bool mustWait(const detail::TaskContext&) noexcept { return true; }
 

@@ -4,6 +4,7 @@
 #include <Platform/runtime/TaskPriority.h>
 #include <Platform/runtime/detail/RootTask.h>
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <type_traits>
@@ -15,8 +16,9 @@ namespace Platform {
 class Cancellable {
 public:
     Cancellable(Cancellable&& other) noexcept
-        : operation_(std::exchange(other.operation_, nullptr)) {}
+        : queue_(std::move(other.queue_)), operation_(std::exchange(other.operation_, nullptr)) {}
     Cancellable& operator=(Cancellable&& other) noexcept {
+        std::swap(queue_, other.queue_);
         std::swap(operation_, other.operation_);
         return *this;
     }
@@ -33,10 +35,13 @@ public:
 
 private:
     friend class AsyncQueue;
-    explicit Cancellable(detail::QueueOperation& operation) noexcept : operation_(&operation) {
+    Cancellable(std::shared_ptr<detail::QueueState> queue,
+                detail::QueueOperation& operation) noexcept
+        : queue_(std::move(queue)), operation_(&operation) {
         operation.retain();
     }
 
+    std::shared_ptr<detail::QueueState> queue_;
     detail::QueueOperation* operation_;
 };
 
@@ -62,9 +67,10 @@ public:
     template <class Block>
     Cancellable addTask(Block block) {
         static_assert(std::is_same_v<std::invoke_result_t<Block&>, Task<void>>);
+        static_assert(alignof(Block) <= alignof(std::max_align_t));
         auto* const operation = new detail::RootTask<void, Block, detail::QueueOperation>(
-            std::move(block), state_, taskPriority_);
-        Cancellable handle(*operation);
+            std::move(block), *state_, taskPriority_);
+        Cancellable handle(state_, *operation);
         state_->add(*operation);
         return handle;
     }

@@ -86,7 +86,7 @@ public:
     explicit Worker(State& owner) noexcept : pool(owner) {}
 
     State& pool;
-    std::atomic<TaskContext*> slot{nullptr};
+    std::atomic<TaskContext*> slot{nullptr}; ///< Filled by its own thread, emptied by any.
     SharedQueue queue;
     std::atomic<std::uint32_t> taskCount{0}; ///< Written by its own thread only.
     unsigned slotRun = 0;
@@ -99,6 +99,17 @@ public:
     std::thread thread;
 
     static thread_local constinit Worker* current;
+
+    TaskContext* takeSlot() noexcept {
+        if (!slot.load(std::memory_order_relaxed)) return nullptr;
+        return slot.exchange(nullptr, std::memory_order_acq_rel);
+    }
+    /// On its own thread. Returns what lay there.
+    TaskContext* fillSlot(TaskContext& task) noexcept {
+        TaskContext* const displaced = takeSlot();
+        slot.store(&task, std::memory_order_release);
+        return displaced;
+    }
 };
 
 thread_local constinit CooperativePool::Worker* CooperativePool::Worker::current = nullptr;
@@ -135,7 +146,7 @@ TaskContext* CooperativePool::State::next(Worker& self) noexcept {
         if (TaskContext* const task = shared.pop()) return task;
     }
     const int queued = std::max(self.queue.topLevel(), shared.topLevel());
-    if (TaskContext* const task = self.slot.exchange(nullptr, std::memory_order_acq_rel)) {
+    if (TaskContext* const task = self.takeSlot()) {
         const bool mayRun =
             queued < 0 || (ReadyQueue::levelOf(*task) >= queued && self.slotRun < slotBudget);
         if (mayRun) {
@@ -182,9 +193,7 @@ TaskContext* CooperativePool::State::takeStaleSlot(Worker& self) noexcept {
         const std::uint32_t count = other->taskCount.load(std::memory_order_relaxed);
         const bool stale = std::exchange(other->seenTaskCount, count) == count;
         if (other.get() == &self || !stale) continue;
-        if (TaskContext* const task = other->slot.exchange(nullptr, std::memory_order_acq_rel)) {
-            return task;
-        }
+        if (TaskContext* const task = other->takeSlot()) return task;
     }
     return nullptr;
 }
@@ -295,7 +304,7 @@ void CooperativePool::enqueue(TaskContext& task) noexcept {
         state.wakeOne();
         return;
     }
-    if (TaskContext* const displaced = worker->slot.exchange(&task, std::memory_order_acq_rel)) {
+    if (TaskContext* const displaced = worker->fillSlot(task)) {
         worker->queue.push(*displaced);
         state.wakeOne();
     } else if (!state.watched.load(std::memory_order_relaxed)) {

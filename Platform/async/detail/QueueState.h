@@ -1,7 +1,10 @@
 #pragma once
 
 #include <Platform/async/detail/Wait.h>
+#include <Platform/base/detail/MessageBlock.h>
+#include <Platform/base/detail/QuickMutex.h>
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -14,11 +17,14 @@ class QueueState;
 /// cancelled before it has begun, and ends without having run.
 class QueueOperation : public TaskContext, public Link {
 public:
+    static void* operator new(std::size_t size) { return allocateMessageBlock(size); }
+    static void operator delete(void* block) noexcept { freeMessageBlock(block); }
+
     /// As a handle's `cancel`.
     void cancelInQueue() noexcept;
 
 protected:
-    QueueOperation(std::shared_ptr<QueueState> queue, TaskPriority priority);
+    QueueOperation(QueueState& queue, TaskPriority priority);
 
     bool mayBegin() const noexcept { return !isCancelled(); }
     void publishEnd() noexcept;
@@ -29,12 +35,13 @@ private:
     /// Ends an operation that was taken out of the line.
     void drop() noexcept;
 
-    std::shared_ptr<QueueState> queue_;
-    bool hasSlot_ = false; ///< Guarded by the queue's lock.
+    QueueState& queue_;
+    QueueOperation* nextAdded_ = nullptr; ///< In the queue's inbox.
+    bool hasSlot_ = false;                ///< Guarded by the queue's lock.
 };
 
 /// What a queue and its operations share.
-class QueueState {
+class QueueState : public std::enable_shared_from_this<QueueState> {
 public:
     explicit QueueState(std::size_t slots) noexcept : freeSlots_(slots) {}
 
@@ -54,9 +61,9 @@ public:
     private:
         friend Wait<AllFinished, NoCancellation>;
 
-        std::mutex& mutex() const noexcept { return queue_.mutex_; }
+        QuickMutex& mutex() const noexcept { return queue_.mutex_; }
         WaiterList& line() const noexcept { return queue_.waiters_; }
-        bool mustWait(const TaskContext&) const noexcept { return queue_.unfinished_ != 0; }
+        bool mustWait(const TaskContext&) const noexcept { return !queue_.allFinished(); }
 
         QueueState& queue_;
     };
@@ -66,15 +73,22 @@ private:
 
     void ended(QueueOperation& operation) noexcept;
 
-    /// Gives a slot, to be followed by `schedule` once the lock is free.
-    void begin(QueueOperation& operation) noexcept;
+    // Called with the lock held.
+    void openInbox() noexcept;
+    bool allFinished() noexcept;
+    QueueOperation* startNext() noexcept;
 
-    std::mutex mutex_;
-    std::size_t freeSlots_;
-    std::size_t unfinished_ = 0;
+    /// What was added and not looked at yet, the newest first. Adding takes no lock while all slots
+    /// are busy, so that it is not held up by the operations that end meanwhile.
+    alignas(64) std::atomic<QueueOperation*> inbox_{nullptr};
+
+    alignas(64) QuickMutex mutex_;
+    std::atomic<std::size_t> freeSlots_; ///< Written with the lock held.
+    std::size_t unfinished_ = 0;         ///< Of those out of the inbox.
     LinkedList<QueueOperation> pending_;
     LinkedList<QueueOperation> running_;
     WaiterList waiters_;
+    std::shared_ptr<QueueState> self_; ///< While something is unfinished.
 };
 
 } // namespace Platform::detail
