@@ -25,7 +25,7 @@ private:
 };
 
 Task<> AsyncLock::compete() {
-    const detail::Operation<Turn, AsyncLock> turn(*this);
+    detail::Operation<Turn, AsyncLock> turn(*this);
     while (!co_await turn) {
     }
 }

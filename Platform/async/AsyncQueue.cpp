@@ -10,7 +10,7 @@ namespace {
 constexpr int defaultMaxConcurrentTasks = 64;
 
 Task<> allFinished(std::shared_ptr<detail::QueueState> state) {
-    const detail::Operation<detail::QueueState::AllFinished, detail::QueueState> wait(*state);
+    detail::Operation<detail::QueueState::AllFinished, detail::QueueState> wait(*state);
     co_await wait;
 }
 

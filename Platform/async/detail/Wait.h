@@ -63,10 +63,6 @@ public:
     static void noteCancelled() noexcept {}
 
 protected:
-    Wait() noexcept
-        requires std::same_as<Handler, CancellationHandler>
-        : Handler(&cancelled) {}
-    Wait() noexcept = default;
     ~Wait() = default;
 
     /// To be called first by `await_resume`. Whether the task was suspended.
@@ -85,6 +81,13 @@ protected:
     }
 
 private:
+    friend Self;
+
+    Wait() noexcept
+        requires std::same_as<Handler, CancellationHandler>
+        : Handler(&cancelled) {}
+    Wait() noexcept = default;
+
     Self& self() noexcept { return static_cast<Self&>(*this); }
 
     static void cancelled(CancellationHandler& handler) noexcept {
