@@ -2,10 +2,12 @@
 
 #include <Platform/base/Errno.h>
 #include <Platform/base/TemporaryDirectory.h>
+#include <Platform/base/UUID.h>
 #include <Platform/base/detail/Sigpipe.h>
 #include <Platform/base/detail/SystemCall.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <utility>
 
 #include <fcntl.h>
@@ -70,24 +72,32 @@ std::shared_ptr<FIFO> FIFO::openAtPath(std::string path) {
     return std::make_shared<FIFO>(Token{}, std::move(path), false);
 }
 
-FileDescriptor FIFO::open(int mode) const {
+namespace {
+
+FileDescriptor open(const std::string& path, int mode) {
     FileDescriptor descriptor(
-        systemCall(SystemCall::open, [&] { return ::open(path_.c_str(), mode | O_CLOEXEC); }));
+        systemCall(SystemCall::open, [&] { return ::open(path.c_str(), mode | O_CLOEXEC); }));
     // A path from the environment may name anything: never write to a file, nor remove it.
     struct stat status;
     systemCall(SystemCall::fstat, [&] { return ::fstat(descriptor.get(), &status); });
-    if (!S_ISFIFO(status.st_mode)) throw Errno(EINVAL, path_ + " is not a named pipe");
+    if (!S_ISFIFO(status.st_mode)) throw Errno(EINVAL, path + " is not a named pipe");
     return descriptor;
 }
 
+void rename(const std::string& from, const std::string& to) {
+    systemCall(SystemCall::rename, [&] { return ::rename(from.c_str(), to.c_str()); });
+}
+
+} // namespace
+
 FIFO::ReadHandle FIFO::handleForReading() {
-    FileDescriptor descriptor = open(O_RDONLY);
+    FileDescriptor descriptor = open(path_, O_RDONLY);
     detail::suppressSigpipe(descriptor.get());
     return {std::move(descriptor), shared_from_this()};
 }
 
 FIFO::WriteHandle FIFO::handleForWriting() {
-    FileDescriptor descriptor = open(O_WRONLY);
+    FileDescriptor descriptor = open(path_, O_WRONLY);
     detail::suppressSigpipe(descriptor.get());
     return {std::move(descriptor), shared_from_this()};
 }
@@ -106,11 +116,24 @@ void FIFO::unlink() {
 
 FileDescriptor FIFO::unlinkHoldingOpen() {
     if (unlinked_) return {};
-    // Counts as a reader and a writer and never blocks: it lets every blocked opener go on.
-    FileDescriptor releasing = open(O_RDWR | O_NONBLOCK);
-    systemCall(SystemCall::unlink, [&] { return ::unlink(path_.c_str()); });
-    unlinked_ = true;
-    return releasing;
+    // Who is released from an open for writing goes on to write, and opens the path again for the
+    // answer: were the pipe still there, it would read its own words.
+    const std::string aside = removesAtEnd_ ? siblingPath() : path_;
+    if (removesAtEnd_) rename(path_, aside);
+    try {
+        // Counts as a reader and a writer and never blocks: it lets every blocked opener go on.
+        FileDescriptor releasing = open(aside, O_RDWR | O_NONBLOCK);
+        systemCall(SystemCall::unlink, [&] { return ::unlink(aside.c_str()); });
+        unlinked_ = true;
+        return releasing;
+    } catch (...) {
+        if (removesAtEnd_) rename(aside, path_);
+        throw;
+    }
+}
+
+std::string FIFO::siblingPath() const {
+    return path_.substr(0, path_.rfind('/') + 1) + makeUUID();
 }
 
 } // namespace Platform

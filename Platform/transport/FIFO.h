@@ -94,7 +94,7 @@ public:
     [[nodiscard]] FileDescriptor unlinkHoldingOpen();
 
 private:
-    FileDescriptor open(int mode) const;
+    std::string siblingPath() const;
 
     std::string path_;
     bool removesAtEnd_;

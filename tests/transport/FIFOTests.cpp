@@ -4,8 +4,11 @@
 
 #include <cerrno>
 #include <functional>
+#include <latch>
 #include <map>
+#include <optional>
 #include <string>
+#include <thread>
 
 #include <base/Faults.h>
 #include <fcntl.h>
@@ -116,6 +119,32 @@ TEST(FIFO, AShortWriteIsReportedAndAVanishedReaderIsAnErrorWithoutASignal) {
     const auto handle = fifo->handleForWriting();
     reader.reset();
     EXPECT_EQ(thrownNumber([&] { handle.write(Data("x")); }), EPIPE);
+}
+
+TEST(FIFO, WhoIsReleasedByItsRemovalDoesNotReadItsOwnWords) {
+    const Scratch scratch;
+    const std::string path = scratch / "pipe";
+    const auto fifo = FIFO::createAtPath(path);
+    // The whole exchange of a client fits between the two steps of the removal.
+    std::optional<Data> answer;
+    std::thread client;
+    std::latch started(1);
+    {
+        const Faults faults([&](SystemCall call, std::size_t*) {
+            if (call == SystemCall::unlink) client.join();
+            return 0;
+        });
+        client = std::thread([&] {
+            const auto pipe = FIFO::openAtPath(path);
+            started.count_down();
+            thrownNumber([&] { pipe->send(Data("request")); });
+            thrownNumber([&] { answer = pipe->receive(100); });
+        });
+        started.wait();
+        fifo->unlink();
+    }
+    EXPECT_FALSE(answer);
+    EXPECT_TRUE(std::filesystem::is_empty(scratch / ""));
 }
 
 TEST(FIFO, OnlyItsCreatorRemovesIt) {

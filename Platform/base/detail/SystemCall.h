@@ -14,6 +14,7 @@ enum class SystemCall : unsigned char {
     write,
     mkfifo,
     unlink,
+    rename,
     fcntl,
     mkdir,
     fstat,
