@@ -32,8 +32,8 @@ Task<Message> answer(std::shared_ptr<const Server::PromptBlock> promptBlock, Mes
 } // namespace
 
 Server::Server(PromptBlock promptBlock)
-    : handOff_(logger, detail::HandOffServer::EndingLog::unlessStopped,
-               [block = std::make_shared<const PromptBlock>(std::move(promptBlock))](
-                   Message request) { return answer(block, std::move(request)); }) {}
+    : HandOffServer(logger, EndingLog::unlessStopped,
+                    [block = std::make_shared<const PromptBlock>(std::move(promptBlock))](
+                        Message request) { return answer(block, std::move(request)); }) {}
 
 } // namespace Platform::Askpass

@@ -4,7 +4,6 @@
 #include <Platform/transport/detail/HandOff.h>
 
 #include <functional>
-#include <map>
 #include <optional>
 #include <string>
 
@@ -19,7 +18,7 @@ namespace Platform::Askpass {
 /// is answered: make a new server then. Stopping it is no error.
 ///
 /// The library overwrites its own buffers that held an answer before it frees them.
-class Server {
+class Server final : public detail::HandOffServer {
 public:
     /// Asks the user; an answer, or absent when there is none. The prompt is the request's text,
     /// U+FFFD in place of what is not UTF-8. The answer is passed on unchanged; an empty one is an
@@ -35,27 +34,6 @@ public:
     /// Throws `Errno` when the pipe or its directory cannot be made; `what()` tells which, and of a
     /// directory that is not private the owner and mode.
     explicit Server(PromptBlock promptBlock);
-    Server(const Server&) = delete;
-    Server& operator=(const Server&) = delete;
-    /// Stops; an error is ignored.
-    ~Server() = default;
-
-    /// The pipe. The same after `stop`.
-    const std::string& path() const noexcept { return handOff_.path(); }
-
-    /// One entry, `MV_EDITOR_CONN` = `path()`.
-    std::map<std::string, std::string> environment() const { return handOff_.environment(); }
-
-    /// Cancels the serving task, removes the pipe and releases its openers. Does not wait for the
-    /// task: a callback that runs sees its task cancelled, and its answer goes nowhere. Blocks only
-    /// for the cancellation handlers of the callback.
-    ///
-    /// From any thread, any number of times. Throws `Errno` when the pipe could not be removed; a
-    /// later call tries again.
-    void stop() { handOff_.stop(); }
-
-private:
-    detail::HandOffServer handOff_;
 };
 
 } // namespace Platform::Askpass

@@ -29,9 +29,8 @@ Task<Message> answer(std::shared_ptr<const Server::EditBlock> editBlock, Message
 } // namespace
 
 Server::Server(EditBlock editBlock)
-    : handOff_(logger, detail::HandOffServer::EndingLog::always,
-               [block = std::make_shared<const EditBlock>(std::move(editBlock))](Message request) {
-                   return answer(block, std::move(request));
-               }) {}
+    : HandOffServer(logger, EndingLog::always,
+                    [block = std::make_shared<const EditBlock>(std::move(editBlock))](
+                        Message request) { return answer(block, std::move(request)); }) {}
 
 } // namespace Platform::Editor

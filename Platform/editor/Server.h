@@ -4,7 +4,6 @@
 #include <Platform/transport/detail/HandOff.h>
 
 #include <functional>
-#include <map>
 #include <string>
 
 namespace Platform::Editor {
@@ -16,7 +15,7 @@ namespace Platform::Editor {
 /// the tools that you start. When serving ends by an error (a client that died in the middle of its
 /// request, a pipe that was removed), one entry is written to the log, label "editorServer", and no
 /// further request is answered: make a new server then.
-class Server {
+class Server final : public detail::HandOffServer {
 public:
     /// Shows the file to the user; true accepts the edit, false declines it. The path is the
     /// request's text, U+FFFD in place of what is not UTF-8.
@@ -31,27 +30,6 @@ public:
     /// Throws `Errno` when the pipe or its directory cannot be made; `what()` tells which, and of a
     /// directory that is not private the owner and mode.
     explicit Server(EditBlock editBlock);
-    Server(const Server&) = delete;
-    Server& operator=(const Server&) = delete;
-    /// Stops; an error is ignored.
-    ~Server() = default;
-
-    /// The pipe. The same after `stop`.
-    const std::string& path() const noexcept { return handOff_.path(); }
-
-    /// One entry, `MV_EDITOR_CONN` = `path()`.
-    std::map<std::string, std::string> environment() const { return handOff_.environment(); }
-
-    /// Cancels the serving task, removes the pipe and releases its openers. Does not wait for the
-    /// task: a callback that runs sees its task cancelled, and its answer goes nowhere. Blocks only
-    /// for the cancellation handlers of the callback.
-    ///
-    /// From any thread, any number of times. Throws `Errno` when the pipe could not be removed; a
-    /// later call tries again.
-    void stop() { handOff_.stop(); }
-
-private:
-    detail::HandOffServer handOff_;
 };
 
 } // namespace Platform::Editor

@@ -22,9 +22,29 @@ inline constexpr const char* handOffVariable = "MV_EDITOR_CONN";
 /// argument, `ENOTRECOVERABLE` when no host is named in the environment, and what the bus throws.
 Task<MessageBus::Message> askHost(MessageBus::Message::ID request, int usageError);
 
-/// The host's side: a bus of its own, and a detached task that answers its requests, one at a time.
+/// What the hosts' halves have in common: a bus of its own, and a detached task that answers its
+/// requests, one at a time. Owned by its scope: neither copyable nor movable.
 class HandOffServer {
 public:
+    HandOffServer(const HandOffServer&) = delete;
+    HandOffServer& operator=(const HandOffServer&) = delete;
+
+    /// The pipe. The same after `stop`.
+    const std::string& path() const noexcept { return path_; }
+
+    /// What to put into the environment of the tools that may ask: one entry, `MV_EDITOR_CONN` =
+    /// `path()`.
+    std::map<std::string, std::string> environment() const;
+
+    /// Cancels the serving task, removes the pipe and releases its openers. Does not wait for the
+    /// task: a callback that runs sees its task cancelled, and its answer goes nowhere. Blocks only
+    /// for the cancellation handlers of the callback.
+    ///
+    /// From any thread, any number of times. Throws `Errno` when the pipe could not be removed; a
+    /// later call tries again.
+    void stop();
+
+protected:
     /// Called from the serving task; kept until that has ended.
     using Answer = std::function<Task<MessageBus::Message>(MessageBus::Message request)>;
 
@@ -33,14 +53,8 @@ public:
 
     /// Creates the bus and starts serving. Throws what `MessageBus::create` and `detached` throw.
     HandOffServer(Logger logger, EndingLog endingLog, Answer answer);
-    HandOffServer(const HandOffServer&) = delete;
-    HandOffServer& operator=(const HandOffServer&) = delete;
+    /// Stops; an error is ignored.
     ~HandOffServer();
-
-    const std::string& path() const noexcept { return path_; }
-    std::map<std::string, std::string> environment() const;
-
-    void stop();
 
 private:
     static Task<void> serve(std::shared_ptr<MessageBus> bus, Logger logger, EndingLog endingLog,
