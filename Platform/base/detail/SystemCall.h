@@ -27,6 +27,7 @@ enum class SystemCall : unsigned char {
     send,
     receive,
     poll,
+    watch,
     pipe,
     spawn,
     wait,
