@@ -14,6 +14,7 @@
 #include <Platform/base/TemporaryDirectory.h>
 #include <Platform/base/Text.h>
 #include <Platform/base/UUID.h>
+#include <Platform/command/ByteScanner.h>
 #include <Platform/editor/Client.h>
 #include <Platform/editor/Server.h>
 #include <Platform/runtime/Cancellation.h>
