@@ -15,6 +15,7 @@
 #include <Platform/base/Text.h>
 #include <Platform/base/UUID.h>
 #include <Platform/command/ByteScanner.h>
+#include <Platform/command/Sudo.h>
 #include <Platform/command/Which.h>
 #include <Platform/editor/Client.h>
 #include <Platform/editor/Server.h>
