@@ -19,6 +19,9 @@
 #include <Platform/base/TemporaryDirectory.h>
 #include <Platform/base/Text.h>
 #include <Platform/base/UUID.h>
+#include <Platform/command/ByteScanner.h>
+#include <Platform/command/Sudo.h>
+#include <Platform/command/Which.h>
 #include <Platform/editor/Client.h>
 #include <Platform/editor/Server.h>
 #include <Platform/runtime/Cancellation.h>

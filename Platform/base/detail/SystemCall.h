@@ -28,6 +28,7 @@ enum class SystemCall : unsigned char {
     send,
     receive,
     poll,
+    watch,
     pipe,
     spawn,
     wait,

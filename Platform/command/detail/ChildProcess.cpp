@@ -1,0 +1,253 @@
+#include <Platform/command/detail/ChildProcess.h>
+
+#include <Platform/base/Errno.h>
+#include <Platform/base/FileDescriptor.h>
+#include <Platform/base/detail/SystemCall.h>
+#include <Platform/command/detail/LaunchText.h>
+#include <Platform/command/detail/Poller.h>
+#include <Platform/command/detail/ProcessLaunch.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <csignal>
+#include <mutex>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+
+namespace Platform::detail {
+
+/// What the handle and the watch for the end share. Each keeps it alive: the watch until the end.
+class ChildState final : private Watch {
+public:
+    explicit ChildState(bool holdsId) noexcept : Watch(WatchEvent::processEnd), holds_(holdsId) {}
+    ChildState(const ChildState&) = delete;
+    ChildState& operator=(const ChildState&) = delete;
+    ~ChildState() { cancel(); }
+
+    int id() const noexcept { return process_.id; }
+
+    /// Throws, with the process killed and collected, when its end cannot be watched for.
+    void adopt(LaunchedProcess process, std::shared_ptr<ChildState> self) {
+        process_ = std::move(process);
+        setSubject(process_.subject());
+        self_ = std::move(self);
+        try {
+            arm();
+        } catch (...) {
+            ::kill(id(), SIGKILL);
+            collect(WEXITED);
+            self_ = nullptr;
+            throw;
+        }
+    }
+
+    /// The handle has gone.
+    void release() noexcept {
+        const std::lock_guard guard(mutex_);
+        observer_ = nullptr;
+        if (std::exchange(holds_, false) && isNoted_ && !isGone_) collect(WEXITED);
+    }
+
+    bool isRunning() noexcept {
+        const std::lock_guard guard(mutex_);
+        return !isNoted_ && !collect(WEXITED | WNOWAIT | WNOHANG);
+    }
+
+    bool sendSignal(int number, bool toGroup) noexcept {
+        const std::lock_guard guard(mutex_);
+        if (toGroup ? isGone_ : isNoted_) return false;
+        const pid_t target = toGroup ? -id() : id();
+        return trySystemCall(SystemCall::kill, [&] { return ::kill(target, number); }) == 0;
+    }
+
+    bool observe(ProcessEndObserver& observer) noexcept {
+        const std::lock_guard guard(mutex_);
+        if (!isNoted_) observer_ = &observer;
+        return !isNoted_;
+    }
+
+    bool stopObserving(ProcessEndObserver& observer) noexcept {
+        {
+            const std::lock_guard guard(mutex_);
+            if (observer_ == &observer) {
+                observer_ = nullptr;
+                return true;
+            }
+            if (!isNoted_) return false;
+        }
+        cancel(); // waits for the call that may be on its way
+        return false;
+    }
+
+    void wait() {
+        std::unique_lock lock(mutex_);
+        noted_.wait(lock, [this] { return isNoted_; });
+    }
+
+    bool wait(std::chrono::milliseconds limit) {
+        std::unique_lock lock(mutex_);
+        return noted_.wait_for(lock, limit, [this] { return isNoted_; });
+    }
+
+    int status() {
+        const std::lock_guard guard(mutex_);
+        if (error_ != 0) throw Errno(error_, "the end of a process");
+        return status_;
+    }
+
+private:
+    void ready() noexcept override {
+        const std::shared_ptr<ChildState> self = std::move(self_);
+        cancel(); // the system's descriptor goes with the end
+        ProcessEndObserver* observer = nullptr;
+        {
+            const std::lock_guard guard(mutex_);
+            // The process may be collected by others, who have no business with it, at any time:
+            // all that is known then is that it has ended.
+            collect(holds_ ? WEXITED | WNOWAIT : WEXITED);
+            process_.identity.reset();
+            isNoted_ = true;
+            observer = std::exchange(observer_, nullptr);
+            noted_.notify_all();
+        }
+        if (observer) observer->processEnded();
+    }
+
+    /// Asks for the end, and keeps what it was. False: it has not come.
+    bool collect(int options) noexcept {
+        siginfo_t info{};
+        const int result = trySystemCall(SystemCall::wait, [&] {
+            return ::waitid(P_PID, static_cast<id_t>(id()), &info, options);
+        });
+        if (result == 0 && info.si_pid == 0) return false;
+        if (result == 0) {
+            status_ = info.si_status;
+        } else {
+            error_ = errno;
+        }
+        if (result == -1 || (options & WNOWAIT) == 0) isGone_ = true;
+        return true;
+    }
+
+    std::mutex mutex_;
+    std::condition_variable noted_;
+    LaunchedProcess process_;
+    std::shared_ptr<ChildState> self_; ///< While the end is watched for.
+    ProcessEndObserver* observer_ = nullptr;
+    int status_ = 0;
+    int error_ = 0; ///< Why there is no status.
+    bool holds_;
+    bool isNoted_ = false; ///< The end was seen.
+    bool isGone_ = false;  ///< The id is not ours any more.
+};
+
+namespace {
+
+/// A host that throws its children's ends away would leave us without.
+void requireEnds(const Launch& launch) {
+    struct sigaction action{};
+    ::sigaction(SIGCHLD, nullptr, &action);
+    if (action.sa_handler == SIG_IGN || (action.sa_flags & SA_NOCLDWAIT) != 0) {
+        throw Errno(ECHILD, launch.path + " (this process ignores SIGCHLD)");
+    }
+}
+
+/// Duplicates a descriptor above the standard ones.
+FileDescriptor lifted(int descriptor) {
+    return FileDescriptor(
+        systemCall(SystemCall::fcntl, [&] { return ::fcntl(descriptor, F_DUPFD_CLOEXEC, 3); }));
+}
+
+} // namespace
+
+ChildProcess ChildProcess::launch(const Launch& launch) {
+    requireEnds(launch);
+    const LaunchVectors vectors(launch);
+    LaunchFailure failure;
+    try {
+        FileDescriptor null;
+        std::array<FileDescriptor, 3> copies;
+        LaunchPlan plan{launch.path.c_str(),
+                        vectors.arguments(),
+                        vectors.environment(),
+                        launch.workingDirectory ? launch.workingDirectory->c_str() : nullptr,
+                        launch.descriptors,
+                        launch.newSession};
+        for (int& descriptor : plan.descriptors) {
+            if (descriptor >= 0) continue;
+            if (!null) {
+                null = FileDescriptor(systemCall(
+                    SystemCall::open, [] { return ::open("/dev/null", O_RDWR | O_CLOEXEC); }));
+            }
+            descriptor = null.get();
+        }
+        for (std::size_t i = 0; i < copies.size(); ++i) {
+            if (plan.descriptors[i] > 2) continue;
+            copies[i] = lifted(plan.descriptors[i]);
+            plan.descriptors[i] = copies[i].get();
+        }
+        // What can run out is taken before there is a process.
+        Poller::shared();
+        auto state = std::make_shared<ChildState>(launch.holdsId);
+        LaunchedProcess process = launchProcess(plan, failure);
+        if (process.id != -1) {
+            state->adopt(std::move(process), state);
+            return ChildProcess(std::move(state));
+        }
+    } catch (const Errno& error) {
+        throw Errno(error.number(), launch.path);
+    }
+    throw Errno(failure.number, describeFailure(launch, failure));
+}
+
+ChildProcess::ChildProcess(std::shared_ptr<ChildState> state) noexcept : state_(std::move(state)) {}
+
+ChildProcess& ChildProcess::operator=(ChildProcess&& other) noexcept {
+    const ChildProcess old = std::move(*this);
+    state_ = std::move(other.state_);
+    return *this;
+}
+
+ChildProcess::~ChildProcess() {
+    if (state_) state_->release();
+}
+
+int ChildProcess::id() const noexcept {
+    return state_->id();
+}
+
+bool ChildProcess::isRunning() const noexcept {
+    return state_->isRunning();
+}
+
+bool ChildProcess::sendSignal(int number) const noexcept {
+    return state_->sendSignal(number, false);
+}
+
+bool ChildProcess::sendSignalToGroup(int number) const noexcept {
+    return state_->sendSignal(number, true);
+}
+
+bool ChildProcess::observeEnd(ProcessEndObserver& observer) const noexcept {
+    return state_->observe(observer);
+}
+
+bool ChildProcess::stopObserving(ProcessEndObserver& observer) const noexcept {
+    return state_->stopObserving(observer);
+}
+
+bool ChildProcess::waitForEnd(std::chrono::milliseconds limit) const {
+    return state_->wait(limit);
+}
+
+void ChildProcess::waitForEnd() const {
+    state_->wait();
+}
+
+int ChildProcess::status() const {
+    return state_->status();
+}
+
+} // namespace Platform::detail

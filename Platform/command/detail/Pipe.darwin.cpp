@@ -1,0 +1,22 @@
+#include <Platform/command/detail/Pipe.h>
+
+#include <Platform/base/detail/Sigpipe.h>
+#include <Platform/base/detail/SystemCall.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace Platform::detail {
+
+Pipe makePipe() {
+    int ends[2];
+    systemCall(SystemCall::pipe, [&] { return ::pipe(ends); });
+    Pipe made{FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+    for (const int end : ends) {
+        systemCall(SystemCall::fcntl, [&] { return ::fcntl(end, F_SETFD, FD_CLOEXEC); });
+    }
+    suppressSigpipe(made.writing.get());
+    return made;
+}
+
+} // namespace Platform::detail

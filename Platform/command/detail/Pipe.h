@@ -1,0 +1,24 @@
+#pragma once
+
+#include <Platform/base/FileDescriptor.h>
+
+namespace Platform::detail {
+
+/// The ends of a pipe, each of them close-on-exec.
+struct Pipe {
+    FileDescriptor reading;
+    FileDescriptor writing;
+};
+
+/// Makes a pipe between this process and a child. Writing to it never raises SIGPIPE (see
+/// `writeWithoutSigpipe`). Throws `Errno`.
+///
+/// Linux: close-on-exec from birth. macOS has no such call: a process that other code starts just
+/// then may inherit the ends, one that `ChildProcess` starts never does.
+Pipe makePipe();
+
+/// Makes reads and writes of this end return at once, for use with `Watch`. The other end of a
+/// pipe, which the child has, stays as it is. Throws `Errno`.
+void makeNonBlocking(const FileDescriptor& end);
+
+} // namespace Platform::detail

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <Platform/base/FileDescriptor.h>
+
+#include <array>
+
+namespace Platform::detail {
+
+/// What the system has to know for a launch.
+struct LaunchPlan {
+    const char* path;
+    char* const* arguments;
+    char* const* environment;
+    const char* workingDirectory;   ///< Or null.
+    std::array<int, 3> descriptors; ///< All of them above 2, so that none overwrites another.
+    bool newSession;
+};
+
+/// The step that failed.
+enum class LaunchStage { start, workingDirectory, execute };
+
+struct LaunchFailure {
+    int number = 0; ///< Of the error; 0: none.
+    LaunchStage stage = LaunchStage::start;
+};
+
+struct LaunchedProcess {
+    int id = -1;
+    FileDescriptor identity; ///< The process's own descriptor, where the system has that (Linux).
+    /// What a watch for the end waits for.
+    int subject() const noexcept { return identity ? identity.get() : id; }
+};
+
+/// Starts the process, as `ChildProcess::launch` describes it; leaves none behind when it fails.
+LaunchedProcess launchProcess(const LaunchPlan& plan, LaunchFailure& failure) noexcept;
+
+} // namespace Platform::detail

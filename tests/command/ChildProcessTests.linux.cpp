@@ -1,0 +1,46 @@
+#include "Children.h"
+
+#include <cstddef>
+#include <thread>
+
+#include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+
+namespace Platform {
+
+/// This thread, and what it starts, is a sandbox that knows neither call.
+static void forbidNewCalls() {
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_close_range, 1, 0),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone3, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program{5, filter};
+    ASSERT_EQ(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+    ASSERT_EQ(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
+}
+
+TEST(ChildProcess, StartsFreshInASandboxWithoutTheNewCalls) {
+    const NobodyLeft check;
+    std::vector<FileDescriptor> strays;
+    for (int i = 0; i < 100; ++i) strays.emplace_back(::open("/dev/null", O_RDONLY));
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGRTMAX, [](int) {});
+    std::thread([] {
+        forbidNewCalls();
+        const std::map<std::string, std::string> none;
+        const std::string path = Testing::program("helper-child-state");
+        EXPECT_EQ(outputOf({.path = path, .environment = &none})
+                      .find("descriptors 0 1 2\nsignals\nleads group\n"),
+                  0U);
+        const std::string missing = "/none";
+        EXPECT_EQ(thrownNumber([&] { ChildProcess::launch({.path = missing}); }), ENOENT);
+    }).join();
+}
+
+} // namespace Platform

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <Platform/base/ProcessInfo.h>
+#include <Platform/command/detail/ChildProcess.h>
+#include <Platform/command/detail/Pipe.h>
+
+#include <cerrno>
+#include <csignal>
+#include <optional>
+#include <thread>
+
+#include <base/Faults.h>
+#include <support/Process.h>
+#include <sys/wait.h>
+
+namespace Platform {
+
+using detail::ChildProcess;
+using detail::Launch;
+using detail::makePipe;
+using detail::Pipe;
+
+/// As `NothingLeft`, and no child is left either, once those on their way out have gone.
+class NobodyLeft {
+    // The first child starts what stays for good.
+    const bool warm_ = [] {
+        const std::string path = "/bin/sh";
+        const std::string arguments[] = {"-c", ":"};
+        ChildProcess::launch({.path = path, .arguments = arguments}).waitForEnd();
+        return true;
+    }();
+    const NothingLeft nothing_;
+
+public:
+    ~NobodyLeft() {
+        siginfo_t info;
+        while (::waitid(P_ALL, 0, &info, WEXITED | WNOWAIT | WNOHANG) == 0) {
+            std::this_thread::yield(); // for ever, if one stays: the test's limit of time ends that
+        }
+        EXPECT_EQ(errno, ECHILD);
+    }
+};
+
+/// Runs a shell's command; with its standard output where that is asked for.
+inline ChildProcess startShell(const std::string& command, const FileDescriptor* output = nullptr,
+                               const FileDescriptor* input = nullptr, bool holdsId = false) {
+    const std::string path = "/bin/sh";
+    const std::string arguments[] = {"-c", command};
+    return ChildProcess::launch(
+        {.path = path,
+         .arguments = arguments,
+         .descriptors = {input ? input->get() : -1, output ? output->get() : -1, -1},
+         .holdsId = holdsId});
+}
+
+/// What the child writes, to the end. `launch` is used with its standard output set.
+inline std::string outputOf(Launch launch) {
+    Pipe pipe = makePipe();
+    launch.descriptors[1] = pipe.writing.get();
+    const ChildProcess child = ChildProcess::launch(launch);
+    pipe.writing.reset();
+    const Data all = pipe.reading.readToEnd();
+    child.waitForEnd();
+    EXPECT_EQ(child.status(), 0);
+    return std::string(all.view());
+}
+
+} // namespace Platform

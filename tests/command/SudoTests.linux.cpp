@@ -1,0 +1,51 @@
+#include <Platform/command/Sudo.h>
+
+#include "Children.h"
+
+#include <fstream>
+
+#include <base/Scratch.h>
+#include <sys/stat.h>
+
+namespace Platform {
+
+/// The stand-in goes through the steps of the system's launcher: asks, then becomes the program, or
+/// ends with 126 or 127.
+TEST(Sudo, TellsWhetherTheProgramWasStarted) {
+    const NobodyLeft check;
+    const Scratch scratch;
+    const std::string told = scratch / "told";
+    const struct {
+        std::string launcher, program;
+        bool isStarted;
+    } cases[] = {
+        {R"(printf '<%s>' "$@" >)" + told + R"(; shift; exec "$@")", "/bin/true", true},
+        {R"(shift; exec "$@")", scratch / "ends126",
+         true}, // as the launcher itself does when refused
+        {R"(read -r line </dev/null; : ; shift; exec "$@")", scratch / "stays", true},
+        {"exit 126", "/bin/true", false},
+        {"exit 127", "/bin/true", false},
+        {"kill -KILL $$", "/bin/true", false},
+        {R"(shift; exec "$@")", "true", false}, // no absolute path
+        {"", "/bin/true", false},               // ends with 0, having started nothing
+    };
+    const auto script = [&](const char* name, const std::string& body) {
+        std::ofstream(scratch / name) << "#!/bin/sh\n" + body + "\n";
+        ::chmod((scratch / name).c_str(), 0700);
+    };
+    const Variable path("PATH", scratch / ".");
+    EXPECT_FALSE(Sudo::run("/bin/true", {})) << "no launcher";
+    script("ends126", "exit 126");
+    Pipe hold = makePipe();
+    script("stays", "exec /bin/cat /proc/" + std::to_string(::getpid()) + "/fd/" +
+                        std::to_string(hold.reading.get()));
+    for (const auto& [launcher, program, isStarted] : cases) {
+        script("pkexec", launcher);
+        EXPECT_EQ(Sudo::run(program, {"a b", ""}), isStarted) << launcher;
+    }
+    std::ifstream file(told);
+    EXPECT_EQ(std::string(std::istreambuf_iterator(file), {}),
+              "<--disable-internal-agent></bin/true><a b><>");
+}
+
+} // namespace Platform
