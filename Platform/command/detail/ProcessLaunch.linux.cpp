@@ -20,7 +20,7 @@
 // started it stands still. So it makes plain system calls only: the C library's own functions, and
 // what sanitizers put in front of them or add to the code, would note things about this process.
 #define UNSANITIZED                                                                                \
-    gnu::no_sanitize("address"), gnu::no_sanitize("thread"), gnu::no_sanitize("undefined")
+    __attribute__((no_sanitize("address"), no_sanitize("thread"), no_sanitize("undefined")))
 
 namespace Platform::detail {
 
@@ -44,12 +44,12 @@ struct DirectoryEntry { // as the system lays it out
     char name[1];
 };
 
-[[UNSANITIZED]] bool failed(long result) noexcept {
+UNSANITIZED bool failed(long result) noexcept {
     return result == -1;
 }
 
 /// Makes all descriptors above 2 close when the program starts. False, with `errno`: not possible.
-[[UNSANITIZED]] bool closeOthers() noexcept {
+UNSANITIZED bool closeOthers() noexcept {
     if (!failed(::syscall(SYS_close_range, 3U, ~0U, 0U))) return true;
     // A kernel or a sandbox without that call: one by one, those that there are.
     const long folder = ::syscall(SYS_openat, AT_FDCWD, "/proc/self/fd", O_RDONLY | O_DIRECTORY);
@@ -73,7 +73,7 @@ struct DirectoryEntry { // as the system lays it out
 }
 
 /// Becomes the program. Returns the stage that failed, with `errno`.
-[[UNSANITIZED]] LaunchStage becomeProgram(const Child& child) noexcept {
+UNSANITIZED LaunchStage becomeProgram(const Child& child) noexcept {
     const LaunchPlan& plan = child.plan;
     const char byDefault[64] = {}; // the kernel's action: no handler, no flags, no mask
     for (int signal = 1; signal <= signalCount; ++signal) {
@@ -97,7 +97,7 @@ struct DirectoryEntry { // as the system lays it out
     return LaunchStage::execute;
 }
 
-[[UNSANITIZED]] int runChild(void* data) noexcept {
+UNSANITIZED int runChild(void* data) noexcept {
     auto& child = *static_cast<Child*>(data);
     child.failure.stage = becomeProgram(child);
     child.failure.number = errno;
