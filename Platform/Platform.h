@@ -20,6 +20,8 @@
 #include <Platform/base/Text.h>
 #include <Platform/base/UUID.h>
 #include <Platform/command/ByteScanner.h>
+#include <Platform/command/Cmd.h>
+#include <Platform/command/RunningInstance.h>
 #include <Platform/command/Sudo.h>
 #include <Platform/command/Which.h>
 #include <Platform/editor/Client.h>

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace Platform {
 namespace {
@@ -77,7 +78,69 @@ void decode(std::string_view bytes, Append append) {
     append(bytes.substr(copied));
 }
 
+constexpr std::string_view whiteSpace[] = {
+    "\t",           " ",
+    "\xC2\xA0",     "\xE1\x9A\x80",
+    "\xE2\x80\x80", "\xE2\x80\x81",
+    "\xE2\x80\x82", "\xE2\x80\x83",
+    "\xE2\x80\x84", "\xE2\x80\x85",
+    "\xE2\x80\x86", "\xE2\x80\x87",
+    "\xE2\x80\x88", "\xE2\x80\x89",
+    "\xE2\x80\x8A", "\xE2\x80\x8B",
+    "\xE2\x80\xAF", "\xE2\x81\x9F",
+    "\xE3\x80\x80",
+};
+constexpr std::string_view lineEnds[] = {
+    "\r\n", "\n", "\r", "\xC2\x85", "\xE2\x80\xA8", "\xE2\x80\xA9",
+};
+constexpr std::string_view otherLineEnds[] = {"\v", "\f"}; // which end no line
+
+bool takeFirst(std::string_view& text, std::span<const std::string_view> set) noexcept {
+    for (const std::string_view one : set) {
+        if (!text.starts_with(one)) continue;
+        text.remove_prefix(one.size());
+        return true;
+    }
+    return false;
+}
+
+bool takeLast(std::string_view& text, std::span<const std::string_view> set) noexcept {
+    for (const std::string_view one : set) {
+        if (!text.ends_with(one)) continue;
+        text.remove_suffix(one.size());
+        return true;
+    }
+    return false;
+}
+
 } // namespace
+
+std::string_view trimWhiteSpace(std::string_view text) noexcept {
+    while (takeFirst(text, whiteSpace)) {
+    }
+    while (takeLast(text, whiteSpace)) {
+    }
+    return text;
+}
+
+std::string_view trimWhiteSpaceAndLineEnds(std::string_view text) noexcept {
+    while (takeFirst(text, whiteSpace) || takeFirst(text, lineEnds) ||
+           takeFirst(text, otherLineEnds)) {
+    }
+    while (takeLast(text, whiteSpace) || takeLast(text, lineEnds) ||
+           takeLast(text, otherLineEnds)) {
+    }
+    return text;
+}
+
+std::string_view takeLine(std::string_view& text) noexcept {
+    for (std::size_t index = 0; index < text.size(); ++index) {
+        std::string_view rest = text.substr(index);
+        if (!takeFirst(rest, lineEnds)) continue;
+        return std::exchange(text, rest).substr(0, index);
+    }
+    return std::exchange(text, {});
+}
 
 std::string decodeUTF8(std::string_view bytes) {
     std::string result;

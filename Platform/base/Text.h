@@ -20,6 +20,17 @@ std::string decodeUTF8(std::span<const std::byte> bytes);
 void appendDecodedUTF8(Data& result, std::string_view bytes);
 std::string decodeUTF8(std::string_view bytes);
 
+/// The text, valid UTF-8, without the spaces (those of all scripts) and tabs at both ends. What is
+/// returned is a part of what was given. Pure.
+std::string_view trimWhiteSpace(std::string_view text) noexcept;
+/// The same; line ends of all kinds are dropped too.
+std::string_view trimWhiteSpaceAndLineEnds(std::string_view text) noexcept;
+
+/// The first line of a text, valid UTF-8, which is taken away from it with its end: a line feed, a
+/// carriage return, the two together, or Unicode's line and paragraph separators and next line.
+/// Parts of what was given. Pure.
+std::string_view takeLine(std::string_view& text) noexcept;
+
 /// The text as a single line: every control character (C0, DEL, C1 in UTF-8) and the line and
 /// paragraph separators become one space each; the rest, invalid bytes included, stays.
 /// Pure; throws `std::bad_alloc`.

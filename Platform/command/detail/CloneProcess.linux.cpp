@@ -16,11 +16,17 @@ namespace {
 constexpr std::size_t stackSize = 16384;
 constexpr unsigned long sharing = CLONE_VM | CLONE_VFORK | CLONE_PIDFD;
 
-/// The system call by itself: the C library has no function for it, and the child must not return
-/// from one. Returns the id, or the negative error number.
-long clone3(const clone_args& how, CloneBody body, void* data) noexcept {
+struct CloneCall {
+    long number;
+    std::uintptr_t arguments[3];
+};
+
+/// The system call by itself: the child must not return from a function of the C library, and what
+/// sanitizers put in front of those would note the child's deeds as this process's. Returns the
+/// id, or the negative error number.
+long callClone(const CloneCall& call, CloneBody body, void* data) noexcept {
 #if defined(__x86_64__)
-    long result = SYS_clone3;
+    long result = call.number;
     asm volatile("syscall\n\t"
                  "testq %%rax, %%rax\n\t"
                  "jnz 1f\n\t"
@@ -29,13 +35,15 @@ long clone3(const clone_args& how, CloneBody body, void* data) noexcept {
                  "hlt\n"
                  "1:"
                  : "+a"(result)
-                 : "D"(&how), "S"(sizeof how), [body] "r"(body), [data] "r"(data)
+                 : "D"(call.arguments[0]), "S"(call.arguments[1]),
+                   "d"(call.arguments[2]), [body] "r"(body), [data] "r"(data)
                  : "rcx", "r11", "cc", "memory");
     return result;
 #elif defined(__aarch64__)
-    register long result asm("x0") = reinterpret_cast<long>(&how);
-    register std::size_t size asm("x1") = sizeof how;
-    register long number asm("x8") = SYS_clone3;
+    register long result asm("x0") = static_cast<long>(call.arguments[0]);
+    register std::uintptr_t second asm("x1") = call.arguments[1];
+    register std::uintptr_t third asm("x2") = call.arguments[2];
+    register long number asm("x8") = call.number;
     asm volatile("svc #0\n\t"
                  "cbnz x0, 1f\n\t"
                  "mov x0, %[data]\n\t"
@@ -43,13 +51,18 @@ long clone3(const clone_args& how, CloneBody body, void* data) noexcept {
                  "brk #0\n"
                  "1:"
                  : "+r"(result)
-                 : "r"(size), "r"(number), [body] "r"(body), [data] "r"(data)
+                 : "r"(second), "r"(third), "r"(number), [body] "r"(body), [data] "r"(data)
                  : "x30", "cc", "memory");
     return result;
 #else
-    static_cast<void>(how), static_cast<void>(body), static_cast<void>(data);
-    return -ENOSYS;
+#error "This processor's way to make a system call is missing here."
 #endif
+}
+
+long cloned(long result) noexcept {
+    if (result >= 0) return result;
+    errno = static_cast<int>(-result);
+    return -1;
 }
 
 } // namespace
@@ -63,16 +76,16 @@ long cloneWithoutHandlers(CloneBody body, void* data, int& identity) noexcept {
     how.exit_signal = SIGCHLD;
     how.stack = reinterpret_cast<std::uintptr_t>(stack);
     how.stack_size = stackSize;
-    const long result = clone3(how, body, data);
-    if (result >= 0) return result;
-    errno = static_cast<int>(-result);
-    return -1;
+    const CloneCall call{SYS_clone3, {reinterpret_cast<std::uintptr_t>(&how), sizeof how, 0}};
+    return cloned(callClone(call, body, data));
 }
 
 long cloneWithHandlers(CloneBody body, void* data, int& identity) noexcept {
     alignas(16) std::byte stack[stackSize];
-    const int flags = static_cast<int>(sharing) | SIGCHLD;
-    return ::clone(body, stack + stackSize, flags, data, &identity);
+    const CloneCall call{SYS_clone,
+                         {sharing | SIGCHLD, reinterpret_cast<std::uintptr_t>(stack + stackSize),
+                          reinterpret_cast<std::uintptr_t>(&identity)}};
+    return cloned(callClone(call, body, data));
 }
 
 } // namespace Platform::detail

@@ -1,0 +1,36 @@
+#include <Platform/command/RunningInstance.h>
+
+#include <Platform/command/detail/CommandRun.h>
+
+namespace Platform {
+
+Cmd::RunningInstance::RunningInstance(const Cmd& command, const Options& options)
+    : run_(std::make_unique<detail::CommandRun>(command, options, false)) {
+    run_->startOutput();
+}
+
+Cmd::RunningInstance::~RunningInstance() = default;
+
+int Cmd::RunningInstance::processIdentifier() const noexcept {
+    return run_->process().id();
+}
+
+bool Cmd::RunningInstance::isRunning() const noexcept {
+    return run_->process().isRunning();
+}
+
+Task<> Cmd::RunningInstance::wait() {
+    const auto self = shared_from_this();
+    auto waiting = run_->wait();
+    co_await waiting;
+}
+
+void Cmd::RunningInstance::interrupt() noexcept {
+    run_->interrupt();
+}
+
+void Cmd::RunningInstance::terminate() noexcept {
+    run_->terminate();
+}
+
+} // namespace Platform

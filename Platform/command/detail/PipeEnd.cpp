@@ -1,0 +1,122 @@
+#include <Platform/command/detail/PipeEnd.h>
+
+#include <Platform/base/detail/Sigpipe.h>
+#include <Platform/base/detail/SystemCall.h>
+#include <Platform/command/detail/Pipe.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace Platform::detail {
+
+PipeEnd::PipeEnd(FileDescriptor end, WatchEvent event) : Watch(event), end_(std::move(end)) {
+    makeNonBlocking(end_);
+    setSubject(end_.get());
+}
+
+PipeEnd::~PipeEnd() {
+    cancel();
+}
+
+PipeEnd::Progress PipeEnd::read(Data& into, std::size_t most) {
+    const std::lock_guard guard(mutex_);
+    if (hasEnded_) return Progress::ended;
+    if (left_) most = std::min(most, *left_);
+    if (most == 0) return ended();
+    std::array<std::byte, 16384> rubbish;
+    const std::size_t before = into.size();
+    const std::span<std::byte> room = discards_
+                                          ? std::span(rubbish).first(std::min(most, rubbish.size()))
+                                          : into.appendUninitialized(most);
+    const auto count = trySystemCall(SystemCall::read, room.size(), [&](std::size_t size) {
+        return ::read(end_.get(), room.data(), size);
+    });
+    const int error = errno;
+    const std::size_t got = count > 0 ? static_cast<std::size_t>(count) : 0;
+    if (!discards_) into.truncate(before + got);
+    if (left_) *left_ -= got;
+    if (count > 0) return Progress::made;
+    if (count == -1 && error == EAGAIN && !left_) return Progress::blocked;
+    reachedEnd_ = count == 0 && !discards_;
+    return ended();
+}
+
+PipeEnd::Progress PipeEnd::write(std::span<const std::byte>& bytes) noexcept {
+    const std::lock_guard guard(mutex_);
+    if (hasEnded_) return Progress::ended;
+    const auto count = trySystemCall(SystemCall::write, bytes.size(), [&](std::size_t size) {
+        return writeWithoutSigpipe(end_.get(), bytes.data(), size);
+    });
+    if (count == -1) return errno == EAGAIN ? Progress::blocked : Progress::ended;
+    bytes = bytes.subspan(static_cast<std::size_t>(count));
+    return Progress::made;
+}
+
+bool PipeEnd::isWritable() const noexcept {
+    const std::lock_guard guard(mutex_);
+    if (hasEnded_) return true;
+    pollfd subject{end_.get(), POLLOUT, 0};
+    return trySystemCall(SystemCall::poll, [&] { return ::poll(&subject, 1, 0); }) != 0;
+}
+
+void PipeEnd::discard() noexcept {
+    const std::lock_guard guard(mutex_);
+    discards_ = true;
+}
+
+void PipeEnd::endAfterWhatIsThere() noexcept {
+    const std::lock_guard guard(mutex_);
+    if (hasEnded_) return;
+    int size = 0;
+    if (::ioctl(end_.get(), FIONREAD, &size) == -1) size = 0;
+    left_ = static_cast<std::size_t>(size);
+    wakeAll(waiting_);
+}
+
+void PipeEnd::close() noexcept {
+    {
+        const std::lock_guard guard(mutex_);
+        hasEnded_ = true; // nothing is armed from here on
+    }
+    cancel();
+    const std::lock_guard guard(mutex_);
+    end_.reset();
+    wakeAll(waiting_);
+}
+
+bool PipeEnd::reachedEnd() const noexcept {
+    const std::lock_guard guard(mutex_);
+    return reachedEnd_;
+}
+
+void PipeEnd::ready() noexcept {
+    const std::lock_guard guard(mutex_);
+    isWatched_ = false;
+    wakeAll(waiting_);
+}
+
+/// Has the system tell; false: there is no need to wait. With the lock held.
+bool PipeEnd::waitsForSystem() noexcept {
+    if (hasEnded_ || left_) return false;
+    if (isWatched_) return true;
+    try {
+        arm();
+        isWatched_ = true;
+    } catch (...) {
+        ended(); // as good as broken
+    }
+    return isWatched_;
+}
+
+PipeEnd::Progress PipeEnd::ended() noexcept {
+    hasEnded_ = true;
+    return Progress::ended;
+}
+
+} // namespace Platform::detail
