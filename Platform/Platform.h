@@ -36,5 +36,8 @@
 #include <Platform/runtime/TaskGroup.h>
 #include <Platform/runtime/TaskHandle.h>
 #include <Platform/runtime/TaskPriority.h>
+#include <Platform/system/Mach.h>
+#include <Platform/system/Passwd.h>
+#include <Platform/system/User.h>
 #include <Platform/transport/FIFO.h>
 #include <Platform/transport/MessageBus.h>

@@ -37,6 +37,7 @@ enum class SystemCall : unsigned char {
     setAttribute,
     removeAttribute,
     listAttributes,
+    userEntry,
 };
 
 /// Called before a system call is made, on its thread, which it may hold up. Returns 0 to let the

@@ -1,0 +1,34 @@
+#include <Platform/system/Mach.h>
+
+#include <cerrno>
+#include <latch>
+#include <thread>
+#include <vector>
+
+#include <base/Faults.h>
+#include <sys/prctl.h>
+
+namespace Platform {
+
+TEST(Mach, CountsTheThreadsOfThisProcess) {
+    // A name that looks like the end of itself.
+    ::prctl(PR_SET_NAME, ") R 1 1 1 1 1", 0, 0, 0);
+    const auto before = Mach::numberOfActiveThreads(); // a sanitizer may have one of its own
+    ASSERT_GE(before, 1);
+    constexpr int extra = 20;
+    std::latch done(1);
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < extra; ++i) threads.emplace_back([&] { done.wait(); });
+    EXPECT_EQ(Mach::numberOfActiveThreads(), *before + extra);
+    done.count_down();
+}
+
+TEST(Mach, SaysNothingWhenTheSystemDoesNot) {
+    const NothingLeft nothingLeft;
+    for (const auto call : {detail::SystemCall::open, detail::SystemCall::read}) {
+        const Faults failing(Faults::failing(call, EMFILE));
+        EXPECT_FALSE(Mach::numberOfActiveThreads());
+    }
+}
+
+} // namespace Platform
