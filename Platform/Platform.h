@@ -22,6 +22,7 @@
 #include <Platform/command/ByteScanner.h>
 #include <Platform/command/Cmd.h>
 #include <Platform/command/RunningInstance.h>
+#include <Platform/command/Shell.h>
 #include <Platform/command/Sudo.h>
 #include <Platform/command/Which.h>
 #include <Platform/editor/Client.h>

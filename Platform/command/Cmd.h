@@ -131,7 +131,8 @@ struct Cmd::Options {
     bool terminatesGroup = false;
 
     /// Once the program has ended, a capturing operation waits no longer than this for the end of
-    /// the streams, and returns what came until then (see `Capture::isComplete`).
+    /// the streams, and returns what was written until then (see `Capture::isComplete`). All that
+    /// the program itself wrote is among it, also when the time is none.
     std::optional<Time> outputGrace{};
 
     /// The program leads a session of its own, without a terminal.

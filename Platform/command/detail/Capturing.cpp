@@ -54,7 +54,9 @@ Task<> Capturing::runWith(TaskGroup<>* readers) {
     }
     Alarm grace;
     if (options_.outputGrace) {
-        grace = Alarm(*options_.outputGrace, [this] { run_->closeStreams(); });
+        grace = Alarm(*options_.outputGrace, [this] {
+            for (const auto& end : {run_->output(), run_->error()}) end->endAfterWhatIsThere();
+        });
     }
     auto ending = withTaskCancellationHandler([readers] { return readers->waitForAll(); },
                                               [this]() noexcept { run_->closeStreams(); });

@@ -45,8 +45,8 @@ public:
     /// From now on what is read is thrown away. The other side can go on writing.
     void discard() noexcept;
 
-    /// What is in the pipe now is the last that `read` hands out. For a process that has ended:
-    /// others that hold the pipe open are not waited for.
+    /// What is in the pipe now is the last that `read` hands out: all that a process that has ended
+    /// wrote, without a wait for others that hold the pipe open.
     void endAfterWhatIsThere() noexcept;
 
     /// Ends every operation, those to come too; the other side finds the pipe closed.

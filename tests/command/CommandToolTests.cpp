@@ -1,0 +1,151 @@
+#include <Platform/command/ByteScanner.h>
+#include <Platform/command/Cmd.h>
+#include <Platform/command/Which.h>
+#include <Platform/runtime/RunMain.h>
+#include <Platform/runtime/TaskHandle.h>
+
+#include "Children.h"
+
+#include <base/Scratch.h>
+#include <fcntl.h>
+
+namespace Platform {
+
+namespace {
+
+using namespace Testing;
+using Channel = Cmd::Channel;
+
+Cmd tool(const char* name, std::vector<std::string> arguments) {
+    auto environment = ProcessInfo::environment();
+    environment["GIT_CONFIG_GLOBAL"] = "/dev/null";
+    environment["LC_ALL"] = "C";
+    return {.path = which(name).at(0),
+            .arguments = std::move(arguments),
+            .environment = std::move(environment),
+            .workingDirectoryPath = std::nullopt,
+            .expectedExitStatus = {0},
+            .mergeOutputIntoError = false,
+            .standardInput = nullptr,
+            .standardOutput = nullptr,
+            .standardError = nullptr};
+}
+
+/// A repository with that many commits.
+void importHistory(const std::string& folder, int commits) {
+    runMain(tool("git", {"init", "-q", "-b", "main", folder}).error());
+    Cmd import = tool("git", {"-C", folder, "fast-import", "--quiet"});
+    import.standardInput = std::make_shared<Channel>();
+    auto feeding = detached([channel = import.standardInput, commits]() -> Task<> {
+        for (int i = 0; i < commits; ++i) {
+            const std::string message = "Change " + std::to_string(i) + "\n\n" +
+                                        std::string(static_cast<std::size_t>(i % 97), 'x') + "\n";
+            const std::string when = std::to_string(1700000000 + i);
+            const std::string commit = "commit refs/heads/main\ncommitter A <a@example.com> " +
+                                       when + " +0000\ndata " + std::to_string(message.size()) +
+                                       "\n" + message + "M 644 inline f" + std::to_string(i % 50) +
+                                       "\ndata " + std::to_string(when.size()) + "\n" + when + "\n";
+            co_await channel->send(Data(commit));
+        }
+        channel->close();
+    });
+    runMain(import.error());
+}
+
+/// What a shell's command prints, by way of a file.
+std::string byShell(const Scratch& scratch, const std::string& command) {
+    const std::string file = scratch / "by-shell";
+    runMain(tool("sh", {"-c", command + " > " + file}).error());
+    return std::string(FileDescriptor(::open(file.c_str(), O_RDONLY)).readToEnd().view());
+}
+
+} // namespace
+
+TEST(CommandTools, GitsLogAndFetch) {
+    const NobodyLeft check;
+    const Scratch scratch;
+    const std::string repository = scratch / "big";
+    importHistory(repository, 20000);
+    Cmd log = tool("git", {"-C", repository, "log", "--stat"});
+    log.standardOutput = std::make_shared<Channel>();
+    auto splitting = detached([channel = log.standardOutput]() -> Task<std::string> {
+        std::string joined;
+        ByteScanner scanner;
+        while (auto chunk = co_await channel->receive()) {
+            scanner.append(*chunk);
+            while (auto line = scanner.scanToEndOfLine(true)) joined.append(line->view()) += '\n';
+            scanner.trim();
+        }
+        EXPECT_FALSE(scanner.finish());
+        co_return joined;
+    });
+    auto together = [&]() -> Task<std::string> {
+        co_await log.run();
+        co_return co_await splitting;
+    };
+    const std::string lines = runMain(together());
+    EXPECT_GT(lines.size(), 3000000U);
+    EXPECT_TRUE(lines == byShell(scratch, "git -C " + repository + " log --stat"));
+
+    const std::string copy = scratch / "copy";
+    runMain(tool("git", {"init", "-q", copy}).error());
+    Cmd fetch = tool("git", {"-C", copy, "fetch", "--progress", "file://" + repository, "main"});
+    fetch.standardError = std::make_shared<Channel>();
+    auto progress = detached([channel = fetch.standardError]() -> Task<std::string> {
+        std::string seen;
+        while (auto chunk = co_await channel->receive()) seen.append(chunk->view());
+        co_return seen;
+    });
+    auto fetching = [&]() -> Task<std::string> {
+        co_await fetch.run();
+        co_return co_await progress;
+    };
+    const std::string seen = runMain(fetching());
+    EXPECT_NE(seen.find("Receiving objects: 100%"), seen.npos) << seen;
+    runMain(tool("git", {"-C", copy, "fsck", "--no-progress", "FETCH_HEAD"}).error());
+
+    // git's own words, and what the user is shown of them.
+    try {
+        runMain(tool("git", {"-C", scratch / ".", "log"}).output());
+        ADD_FAILURE();
+    } catch (const Cmd::ExitError& error) {
+        EXPECT_TRUE(error.errorDescription().starts_with("Exit status 128: fatal: not a git repo"))
+            << error.errorDescription();
+    }
+
+    // One's archive is the other's input, by the one channel between them.
+    Cmd pack = tool("tar", {"-c", "-C", repository, "."});
+    const std::string unpacked = scratch / "unpacked";
+    std::filesystem::create_directory(unpacked);
+    Cmd unpack = tool("tar", {"-x", "-C", unpacked});
+    pack.standardOutput = unpack.standardInput = std::make_shared<Channel>();
+    auto packing = detached([&] { return pack.run(); });
+    runMain(unpack.run());
+    auto packed = [&]() -> Task<> { co_await packing; };
+    runMain(packed());
+    runMain(tool("diff", {"-r", repository, unpacked}).error());
+}
+
+TEST(CommandTools, Examples) {
+    const NobodyLeft check;
+    const auto example = [](const char* name, std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), program(std::string("example-") + name));
+        return run(std::move(arguments));
+    };
+    const std::string numbers = example("numbered-lines", {"seq", "1", "50000"}).output;
+    EXPECT_TRUE(numbers.starts_with("1\t1\n2\t2\n"));
+    EXPECT_TRUE(numbers.ends_with("\n50000\t50000\n"));
+    EXPECT_EQ(example("numbered-lines", {"printf", "a\\n\\nb"}).output, "1\ta\n2\t\n3\tb\n");
+    EXPECT_EQ(example("numbered-lines", {"/none/x"}).status, 1);
+    EXPECT_EQ(example("capture-output", {"/bin/sh", "-c", "echo out"}).output, "4 bytes\n");
+    const auto failed = example("capture-output", {"/bin/sh", "-c", "echo No. >&2; exit 4"});
+    EXPECT_EQ(failed.errors, "/bin/sh: Exit status 4: No.\n");
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_EQ(example("time-limit", {"60000", "/bin/sh", "-c", ":"}).status, 0);
+    const auto late =
+        example("time-limit", {"20", "/bin/sh", "-c", "trap '' TERM; while :; do :; done"});
+    EXPECT_EQ(late.errors, "/bin/sh took too long\n");
+    EXPECT_EQ(late.status, 1);
+}
+
+} // namespace Platform
