@@ -6,6 +6,7 @@
 #include <libproc.h>
 #include <malloc/malloc.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 namespace Bench {
 
@@ -16,6 +17,12 @@ double peakMemory(pid_t process) {
         throw std::system_error(errno, std::system_category(), "proc_pid_rusage");
     }
     return static_cast<double>(usage.ri_lifetime_max_phys_footprint);
+}
+
+double peakMemoryDuring(const std::function<void()>& work) {
+    const double before = peakMemory(getpid());
+    work();
+    return peakMemory(getpid()) - before;
 }
 
 double heapInUse() {

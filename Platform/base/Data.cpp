@@ -18,11 +18,11 @@ constexpr std::size_t smallestGrowth = 64;
 } // namespace
 
 Data::Data(std::span<const std::byte> bytes) {
-    append(bytes);
-}
-
-Data::Data(std::string_view text) {
-    append(text);
+    if (bytes.empty()) return;
+    void* const block = std::malloc(bytes.size());
+    if (!block) throw std::bad_alloc();
+    bytes_ = static_cast<std::byte*>(std::memcpy(block, bytes.data(), bytes.size()));
+    size_ = capacity_ = bytes.size();
 }
 
 Data Data::secret() noexcept {
@@ -34,10 +34,6 @@ Data Data::secret() noexcept {
 Data::Data(const Data& other) : isSecret_(other.isSecret_) {
     append(other);
 }
-
-Data::Data(Data&& other) noexcept
-    : bytes_(std::exchange(other.bytes_, nullptr)), size_(std::exchange(other.size_, 0)),
-      capacity_(std::exchange(other.capacity_, 0)), isSecret_(other.isSecret_) {}
 
 Data& Data::operator=(const Data& other) {
     if (this != &other) {
@@ -55,17 +51,9 @@ Data& Data::operator=(Data&& other) noexcept {
     return *this;
 }
 
-Data::~Data() {
-    release();
-}
-
 void Data::release() noexcept {
     if (isSecret_) wipe();
     std::free(bytes_);
-}
-
-std::string_view Data::view() const noexcept {
-    return {reinterpret_cast<const char*>(bytes_), size_};
 }
 
 void Data::reserve(std::size_t capacity) {

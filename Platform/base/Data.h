@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <span>
 #include <string_view>
+#include <utility>
 
 namespace Platform {
 
@@ -23,13 +24,17 @@ public:
     /// Copies the bytes.
     explicit Data(std::span<const std::byte> bytes);
     /// Copies the bytes of the text.
-    explicit Data(std::string_view text);
+    explicit Data(std::string_view text) : Data(std::as_bytes(std::span(text))) {}
 
     Data(const Data& other);
-    Data(Data&& other) noexcept;
+    Data(Data&& other) noexcept
+        : bytes_(std::exchange(other.bytes_, nullptr)), size_(std::exchange(other.size_, 0)),
+          capacity_(std::exchange(other.capacity_, 0)), isSecret_(other.isSecret_) {}
     Data& operator=(const Data& other);
     Data& operator=(Data&& other) noexcept;
-    ~Data();
+    ~Data() {
+        if (bytes_) release();
+    }
 
     std::byte* data() noexcept { return bytes_; }
     const std::byte* data() const noexcept { return bytes_; }
@@ -44,7 +49,9 @@ public:
     const std::byte* end() const noexcept { return bytes_ + size_; }
 
     /// The bytes as text, undecoded.
-    std::string_view view() const noexcept;
+    std::string_view view() const noexcept {
+        return {reinterpret_cast<const char*>(bytes_), size_};
+    }
 
     /// Makes room for at least `capacity` bytes in all; never shrinks.
     void reserve(std::size_t capacity);

@@ -2,7 +2,9 @@
 
 #include <Platform/base/Data.h>
 
+#include <bit>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -24,10 +26,13 @@ public:
     ByteScanner() noexcept = default;
     ByteScanner(const ByteScanner&) = default;
     ByteScanner(ByteScanner&& other) noexcept
-        : data_(std::move(other.data_)), offset_(std::exchange(other.offset_, 0)) {}
+        : data_(std::move(other.data_)), offset_(std::exchange(other.offset_, 0)),
+          block_(std::exchange(other.block_, noBlock)), lineEnds_(other.lineEnds_) {}
     ByteScanner& operator=(ByteScanner other) noexcept {
         data_ = std::move(other.data_);
         offset_ = other.offset_;
+        block_ = other.block_;
+        lineEnds_ = other.lineEnds_;
         return *this;
     }
     ~ByteScanner() = default;
@@ -62,19 +67,38 @@ public:
     /// to, trimmed or gone.
     std::optional<std::string_view> viewTo(std::string_view pattern, bool consume) noexcept;
     std::optional<std::string_view> viewToAnyOf(std::string_view bytes, bool consume) noexcept;
-    std::optional<std::string_view> viewToEndOfLine(bool consume) noexcept;
+    std::optional<std::string_view> viewToEndOfLine(bool consume) noexcept {
+        const std::size_t into = offset_ - block_;
+        const std::uint64_t ahead = into < blockSize ? lineEnds_ >> into : 0;
+        if (ahead == 0) return findEndOfLine(consume);
+        return take(static_cast<std::size_t>(std::countr_zero(ahead)), consume ? 1 : 0);
+    }
     std::optional<std::string_view> viewRest() noexcept;
 
-    /// Discards the scanned bytes; returns how many they were. What is left is copied, so that
-    /// `data` takes no more memory than it needs.
+    /// Discards the scanned bytes; returns how many they were. A big block shrinks to what is left.
     std::size_t trim();
 
 private:
+    // Where line ends are is found for a block at a time and remembered: most lines are short.
+    static constexpr std::size_t blockSize = 64;
+    static constexpr std::size_t noBlock = std::size_t{0} - blockSize; // below any offset
+
     std::string_view rest() const noexcept { return data_.view().substr(offset_); }
-    std::optional<std::string_view> take(std::size_t size, std::size_t delimiter) noexcept;
+
+    /// The next `size` bytes, which a delimiter follows; npos: it is not there.
+    std::optional<std::string_view> take(std::size_t size, std::size_t delimiter) noexcept {
+        if (size == std::string_view::npos) return std::nullopt;
+        const std::string_view piece(data_.view().data() + offset_, size);
+        offset_ += size + delimiter;
+        return piece;
+    }
+
+    std::optional<std::string_view> findEndOfLine(bool consume) noexcept;
 
     Data data_;
     std::size_t offset_ = 0;
+    std::size_t block_ = noBlock; ///< Where in `data` the block starts.
+    std::uint64_t lineEnds_ = 0;  ///< A bit for each of its bytes.
 };
 
 } // namespace Platform

@@ -204,11 +204,11 @@ Task<> CommandRun::deliver() {
 }
 
 void CommandRun::interrupt() noexcept {
-    signal(SIGINT);
+    cutAndSend(SIGINT);
 }
 
 void CommandRun::terminate() noexcept {
-    if (!signal(SIGTERM) || !options_.killAfter) return;
+    if (!cutAndSend(SIGTERM) || !options_.killAfter) return;
     const bool wholeGroup = options_.terminatesGroup;
     const auto kill = [process = process_, wholeGroup] { send(*process, SIGKILL, wholeGroup); };
     try {
@@ -219,10 +219,10 @@ void CommandRun::terminate() noexcept {
 }
 
 /// False: the program does not run any more.
-bool CommandRun::signal(int number) noexcept {
+bool CommandRun::cutAndSend(int signal) noexcept {
     if (!process_->isRunning()) return false;
     cutStreams();
-    send(*process_, number, options_.terminatesGroup);
+    send(*process_, signal, options_.terminatesGroup);
     send(*process_, SIGCONT, options_.terminatesGroup); // who has stopped would not hear it
     return true;
 }

@@ -59,7 +59,7 @@ private:
     void orKill(Function function);
     Task<> untilEnd();
     void cutStreams() noexcept;
-    bool signal(int number) noexcept;
+    bool cutAndSend(int signal) noexcept;
     void expire() noexcept;
 
     const std::string path_;
