@@ -18,26 +18,31 @@ using Message = MessageBus::Message;
 
 namespace {
 
-Task<void> run() {
+/// The caller of a confirmation takes status 0 for yes, whatever is printed.
+bool isConfirmation() {
+    return ProcessInfo::environmentValue("SSH_ASKPASS_PROMPT") == "confirm";
+}
+
+/// False: a confirmation was not given.
+Task<bool> run() {
     auto asking = detail::askHost(Message::ID::text, ENODATA);
     const Message reply = co_await asking;
     const bool answered = reply.id() == Message::ID::text;
-    // The caller of a confirmation takes status 0 for yes, whatever is printed.
-    if (!answered && ProcessInfo::environmentValue("SSH_ASKPASS_PROMPT") == "confirm") {
-        std::exit(EXIT_FAILURE); // NOLINT(concurrency-mt-unsafe): the program ends here
-    }
+    if (!answered && isConfirmation()) co_return false;
     Data output = Data::secret();
     if (answered) appendDecodedUTF8(output, reply.data().view());
     output.append(std::string_view("\n"));
     detail::writeAll(detail::standardOutput, output);
+    co_return true;
 }
 
 } // namespace
 
 Task<void> Client::main() {
+    bool isGranted = false;
     try {
         auto running = run();
-        co_await running;
+        isGranted = co_await running;
     } catch (...) {
         try {
             const Data line(errorDescription(std::current_exception()) + "\n");
@@ -45,7 +50,10 @@ Task<void> Client::main() {
         } catch (...) { // the signal tells the rest.
         }
         ::kill(0, SIGINT);
+        // Some callers have their programs ignore the signal.
+        isGranted = !isConfirmation();
     }
+    if (!isGranted) std::exit(EXIT_FAILURE); // NOLINT(concurrency-mt-unsafe): the program ends here
 }
 
 } // namespace Platform::Askpass

@@ -132,6 +132,17 @@ FileDescriptor FIFO::unlinkHoldingOpen() {
     }
 }
 
+FileDescriptor FIFO::holdOpen() const {
+    return open(path_, O_RDWR | O_NONBLOCK);
+}
+
+bool FIFO::hasReader() const {
+    const FileDescriptor writing(detail::trySystemCall(SystemCall::open, [&] {
+        return ::open(path_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    }));
+    return static_cast<bool>(writing);
+}
+
 std::string FIFO::siblingPath() const {
     return path_.substr(0, path_.rfind('/') + 1) + makeUUID();
 }

@@ -93,6 +93,13 @@ public:
     /// nothing to remove.
     [[nodiscard]] FileDescriptor unlinkHoldingOpen();
 
+    /// Lets whoever is blocked in an open of the pipe go on, for as long as the descriptor is kept:
+    /// it counts as a reader and a writer. Does not block.
+    FileDescriptor holdOpen() const;
+
+    /// Whether somebody has the pipe open to read, or waits in such an open. Does not block.
+    bool hasReader() const;
+
 private:
     std::string siblingPath() const;
 

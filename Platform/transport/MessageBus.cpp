@@ -2,9 +2,11 @@
 
 #include <Platform/base/Errno.h>
 #include <Platform/base/FileDescriptor.h>
+#include <Platform/base/TemporaryDirectory.h>
 #include <Platform/base/Text.h>
 #include <Platform/runtime/Cancellation.h>
 #include <Platform/runtime/CheckedContinuation.h>
+#include <Platform/runtime/detail/LaunchGate.h>
 #include <Platform/transport/FIFO.h>
 
 #include <cerrno>
@@ -108,10 +110,24 @@ struct MessageBus::State {
         fifo_.reset();
     }
 
+    void onOpen(std::function<bool(bool)> function) { onOpen_ = std::move(function); }
+
+    void release() noexcept {
+        const std::lock_guard guard(mutex_);
+        if (!fifo_ || !opening_) return;
+        try {
+            releasing_ = fifo_->holdOpen();
+        } catch (const std::exception&) { // the pipe was removed: nobody will come
+        }
+    }
+
     /// Runs one open of the pipe on the queue.
     template <class Open>
-    auto open(Open open) {
+    auto open(bool forReading, Open open) {
+        // A child that is just being launched would stand for the side that has closed the pipe.
+        detail::LaunchGate::shared().waitForThoseUnderWay();
         const Opening opening(*this);
+        if (onOpen_ && onOpen_(forReading)) release();
         return open();
     }
 
@@ -137,7 +153,8 @@ private:
     std::mutex mutex_;
     std::shared_ptr<FIFO> fifo_;
     bool opening_ = false;     ///< The queue is in an open of the pipe.
-    FileDescriptor releasing_; ///< Of a destruction meanwhile; closed once the open has returned.
+    FileDescriptor releasing_; ///< Closed once the open has returned.
+    std::function<bool(bool)> onOpen_;
 };
 
 MessageBus::MessageBus(Token, std::shared_ptr<State> state, bool destroysAtEnd)
@@ -145,7 +162,12 @@ MessageBus::MessageBus(Token, std::shared_ptr<State> state, bool destroysAtEnd)
       destroysAtEnd_(destroysAtEnd) {}
 
 std::shared_ptr<MessageBus> MessageBus::create() {
-    return std::make_shared<MessageBus>(Token{}, std::make_shared<State>(FIFO::create()), true);
+    return createAtPath(makeTemporaryPipePath());
+}
+
+std::shared_ptr<MessageBus> MessageBus::createAtPath(std::string path) {
+    auto state = std::make_shared<State>(FIFO::createAtPath(std::move(path)));
+    return std::make_shared<MessageBus>(Token{}, std::move(state), true);
 }
 
 std::shared_ptr<MessageBus> MessageBus::openAtPath(std::string path) {
@@ -178,7 +200,8 @@ Task<bool> MessageBus::send(std::shared_ptr<MessageBus> bus, Message message) {
         withCheckedContinuation<bool>("send(_:)", [&](CheckedContinuation<bool> continuation) {
             bus->queue_.submit([continuation, fifo, state = bus->state_, frame = std::move(frame)] {
                 resumeWith(continuation, [&] {
-                    const auto handle = state->open([&] { return fifo->handleForWriting(); });
+                    const auto handle =
+                        state->open(false, [&] { return fifo->handleForWriting(); });
                     return handle.write(frame) == frame.size();
                 });
             });
@@ -199,7 +222,7 @@ Task<Message> MessageBus::receive(std::shared_ptr<MessageBus> bus) {
         "receive()", [&](CheckedContinuation<Message> continuation) {
             bus->queue_.submit([continuation, fifo, state = bus->state_] {
                 resumeWith(continuation, [&] {
-                    const auto handle = state->open([&] { return fifo->handleForReading(); });
+                    const auto handle = state->open(true, [&] { return fifo->handleForReading(); });
                     return decode(handle.readToEnd(Data::secret()));
                 });
             });
@@ -209,6 +232,19 @@ Task<Message> MessageBus::receive(std::shared_ptr<MessageBus> bus) {
 
 void MessageBus::destroy() {
     state_->destroy();
+}
+
+void MessageBus::onOpen(std::function<bool(bool forReading)> function) {
+    state_->onOpen(std::move(function));
+}
+
+void MessageBus::releaseOpen() noexcept {
+    state_->release();
+}
+
+bool MessageBus::hasReader() const {
+    const std::shared_ptr<FIFO> fifo = state_->fifo();
+    return fifo && fifo->hasReader();
 }
 
 } // namespace Platform

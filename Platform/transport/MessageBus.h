@@ -5,6 +5,7 @@
 #include <Platform/runtime/Task.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -12,6 +13,10 @@
 #include <string_view>
 
 namespace Platform {
+
+namespace detail {
+class HandOffServer;
+}
 
 /// A request/reply channel over one named pipe, which the two sides use in turns: one writes a
 /// whole message and closes, the other reads to the end.
@@ -103,8 +108,23 @@ public:
     void destroy();
 
 private:
+    friend detail::HandOffServer;
+
     static Task<bool> send(std::shared_ptr<MessageBus> bus, Message message);
     static Task<Message> receive(std::shared_ptr<MessageBus> bus);
+
+    static std::shared_ptr<MessageBus> createAtPath(std::string path);
+
+    /// Called by the queue each time it is about to open the pipe. When it returns true, the open
+    /// is released at once. Before the first operation.
+    void onOpen(std::function<bool(bool forReading)> function);
+
+    /// Has an operation that waits in its open go on as if the other side had opened and closed the
+    /// pipe. From any thread; does not block.
+    void releaseOpen() noexcept;
+
+    /// Whether somebody has the pipe open to read, or waits in such an open.
+    bool hasReader() const;
 
     std::string path_;
     std::shared_ptr<State> state_;

@@ -146,6 +146,21 @@ TEST(AskpassTools, SshUnlocksKeysAndConfirmsTheirUse) {
     }
 }
 
+// An agent in the background ignores the signal that tells of a failure, and so do its children.
+TEST(AskpassTools, AConfirmationThatFailsIsNotGranted) {
+    const Scratch scratch;
+    const std::string agent = "eval $(ssh-agent -a '" + scratch / "agent" + "') >/dev/null; ";
+    const std::string sign = "echo x | ssh-keygen -q -Y sign -n file -f '" + scratch / "key" +
+                             ".pub' >/dev/null; echo $?; ssh-agent -k >/dev/null";
+    const auto result = run({"sh", "-c",
+                             "ssh-keygen -q -t ed25519 -N '' -f '" + scratch / "key" + "'; " +
+                                 agent + "ssh-add -q -c '" + scratch / "key" + "'; " + sign},
+                            {{"SSH_ASKPASS", program("askpass-shim")},
+                             {"SSH_ASKPASS_REQUIRE", "force"},
+                             {"MV_EDITOR_CONN", scratch / "no-host"}});
+    EXPECT_EQ(result.output, "255\n") << result.errors;
+}
+
 // The example host, run by somebody without rights: sudo asks it, and refuses the wrong password.
 TEST(AskpassTools, SudoAsksTheExampleHost) {
     if (::geteuid() != 0 || Testing::run({"sh", "-c", "command -v sudo setpriv"}).status != 0) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/base/detail/SystemCall.h>
+#include <Platform/runtime/detail/Poller.h>
 
 #include <csignal>
 #include <filesystem>
@@ -37,6 +38,7 @@ public:
 /// Expects, when it goes, the open descriptors and this thread's signal mask to be what they were.
 class NothingLeft {
     static std::set<std::string> state() {
+        detail::Poller::shared(); // which stays for good
         std::set<std::string> result;
         for (const auto& entry : std::filesystem::directory_iterator("/dev/fd"))
             result.insert("descriptor " + entry.path().filename().string());

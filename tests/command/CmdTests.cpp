@@ -15,6 +15,7 @@
 #include <vector>
 
 #include <base/Scratch.h>
+#include <support/SeededExecutor.h>
 #include <sys/resource.h>
 
 namespace Platform {
@@ -92,10 +93,6 @@ std::string pattern(std::size_t size) {
 std::string file(const Scratch& scratch, const char* name, const std::string& contents) {
     std::ofstream(scratch / name, std::ios::binary) << contents;
     return scratch / name;
-}
-
-int rounds(int normally, int underStress) {
-    return ProcessInfo::environmentValue("PLATFORM_STRESS") ? underStress : normally;
 }
 
 } // namespace
@@ -245,7 +242,7 @@ TEST(Cmd, FeedsWhatTheInputChannelGives) {
 
 TEST(Cmd, RunDeliversEveryByteBeforeItReturns) {
     const NobodyLeft check;
-    for (int round = 0; round < rounds(300, 10000); ++round) {
+    for (int round = 0; round < Testing::rounds(300, 10000); ++round) {
         const std::size_t size = static_cast<std::size_t>(round) * 37 % 66000;
         Cmd cmd = command("/usr/bin/head", {"-c", std::to_string(size), "/dev/zero"});
         if (round % 2 == 1) cmd = shell("exec head -c " + std::to_string(size) + " /dev/zero >&2");
@@ -431,7 +428,7 @@ TEST(Cmd, NothingIsLeftOfRunsThatAreCutAtRandom) {
         "sleep 1000",
         "kill -STOP $$",
     };
-    const int count = rounds(400, 10000);
+    const int count = Testing::rounds(400, 10000);
     for (int round = 0; round < count;) {
         std::vector<TaskHandle<>> handles;
         std::vector<std::shared_ptr<Channel>> inputs;

@@ -54,6 +54,10 @@ inline SystemCallHook setSystemCallHook(SystemCallHook hook) noexcept {
     return systemCallHook.exchange(hook);
 }
 
+/// Set by a signal handler of a program of ours: calls that are interrupted fail with `EINTR` from
+/// then on, and are not repeated.
+inline std::atomic<bool> interruptedCallsFail{false};
+
 /// Throws the `Errno` of the current `errno`.
 [[noreturn]] void throwErrno();
 
@@ -71,7 +75,7 @@ auto repeatSystemCall(SystemCall call, const std::size_t* count, Function functi
         } else {
             errno = failure;
         }
-        if (result != -1 || errno != EINTR) {
+        if (result != -1 || errno != EINTR || interruptedCallsFail) {
             return result;
         }
     }

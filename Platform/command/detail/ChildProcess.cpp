@@ -4,8 +4,9 @@
 #include <Platform/base/FileDescriptor.h>
 #include <Platform/base/detail/SystemCall.h>
 #include <Platform/command/detail/LaunchText.h>
-#include <Platform/command/detail/Poller.h>
 #include <Platform/command/detail/ProcessLaunch.h>
+#include <Platform/runtime/detail/LaunchGate.h>
+#include <Platform/runtime/detail/Poller.h>
 
 #include <cerrno>
 #include <condition_variable>
@@ -191,7 +192,11 @@ ChildProcess ChildProcess::launch(const Launch& launch) {
         // What can run out is taken before there is a process.
         Poller::shared();
         auto state = std::make_shared<ChildState>(launch.holdsId);
-        LaunchedProcess process = launchProcess(plan, failure);
+        LaunchedProcess process;
+        {
+            const LaunchGate::Passage passage;
+            process = launchProcess(plan, failure);
+        }
         if (process.id != -1) {
             state->adopt(std::move(process), state);
             return ChildProcess(std::move(state));

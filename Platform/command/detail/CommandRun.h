@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Platform/command/Cmd.h>
-#include <Platform/command/detail/Alarm.h>
+#include <Platform/runtime/detail/Alarm.h>
 #include <Platform/command/detail/ChildProcess.h>
 #include <Platform/command/detail/PipeEnd.h>
 #include <Platform/runtime/TaskHandle.h>

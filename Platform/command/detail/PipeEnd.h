@@ -4,7 +4,7 @@
 #include <Platform/base/Data.h>
 #include <Platform/base/FileDescriptor.h>
 #include <Platform/base/detail/QuickMutex.h>
-#include <Platform/command/detail/Poller.h>
+#include <Platform/runtime/detail/Poller.h>
 
 #include <cstddef>
 #include <mutex>

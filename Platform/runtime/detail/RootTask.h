@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/detail/Wipe.h>
 #include <Platform/runtime/Task.h>
 
 #include <exception>
@@ -11,7 +12,7 @@ namespace Platform::detail {
 /// A task of its own, not a part of the task that asked for it: holds its outcome once it has
 /// ended. `Base` is a `TaskContext` that says, in `publishEnd`, what follows from the end.
 template <class T, class Base>
-class RootResult : public Base {
+class RootResult : public Base, public WipedWhenFreed<mayBeSecret<T>> {
 public:
     /// The outcome, taken out. Once only, after the task has ended.
     Outcome<T> takeOutcomeWhole() noexcept { return std::exchange(outcome_, Outcome<T>()); }

@@ -1,18 +1,78 @@
+#include <Platform/async/AsyncChannel.h>
+#include <Platform/base/Errno.h>
+#include <Platform/base/TemporaryDirectory.h>
 #include <Platform/runtime/Cancellation.h>
 #include <Platform/transport/detail/HandOff.h>
+#include <Platform/transport/detail/Presence.h>
 
+#include <atomic>
+#include <cerrno>
 #include <exception>
+#include <optional>
 #include <utility>
+#include <variant>
+
+#include <sched.h>
 
 namespace Platform::detail {
 
 using Message = MessageBus::Message;
 
+/// What the server and its serving task share.
+struct HandOffServer::Service {
+    Service(std::string path, Logger logger_, EndingLog endingLog_)
+        : presence(Presence::create(path)), bus(MessageBus::createAtPath(std::move(path))),
+          logger(logger_), endingLog(endingLog_) {
+        if (!presence) return;
+        hearDepartures({});
+        // Only now is the host where a client's turn, or its departure, reaches it.
+        bus->onOpen([here = presence](bool forReading) {
+            if (forReading) here->giveTurn();
+            return here->hasGone();
+        });
+    }
+
+    /// The next request; absent when its client has gone.
+    Task<std::optional<Message>> receive();
+
+    /// Answers a client that has a turn.
+    Task<> answerPresent(const Answer* answer, Message request);
+
+    /// Answers whoever listens.
+    Task<> answerAnybody(const Answer* answer, Message request);
+
+    /// When the client goes, the pipe is not waited for, and nobody needs the answer any more.
+    void hearDepartures(std::shared_ptr<TaskHandle<Message>> answering) {
+        if (!presence) return;
+        Presence::Departure departure;
+        departure.release = [weak = std::weak_ptr(bus)] {
+            if (const auto known = weak.lock()) known->releaseOpen();
+        };
+        if (answering) departure.tell = [answering] { answering->cancel(); };
+        presence->onDeparture(std::move(departure));
+    }
+
+    /// A client that dies hangs up before it lets go of the pipe. What it has not read would stay
+    /// in there for as long as it holds it.
+    void waitForItsLastDescriptor() const {
+        constexpr int patience = 100000; // somebody else's reader is no client of ours
+        for (int i = 0; i < patience && bus->hasReader(); ++i) ::sched_yield();
+    }
+
+    const std::shared_ptr<Presence> presence; ///< Null: the host does without.
+    const std::shared_ptr<MessageBus> bus;
+    const Logger logger;
+    const EndingLog endingLog;
+    std::atomic<std::size_t> absent = 0; ///< Requests that are answered without a turn.
+    std::exception_ptr error;            ///< What ended serving; before the end is told.
+    AsyncChannel<std::monostate> end;    ///< Closed then.
+};
+
 HandOffServer::HandOffServer(Logger logger, EndingLog endingLog, Answer answer)
-    : bus_(MessageBus::create()) {
-    path_ = bus_->path();
-    task_ = detached([bus = bus_, logger, endingLog, answer = std::move(answer)]() mutable {
-        return serve(std::move(bus), logger, endingLog, std::move(answer));
+    : path_(makeTemporaryPipePath()), service_(std::make_shared<Service>(path_, logger, endingLog)),
+      bus_(service_->bus) {
+    task_ = detached([service = service_, answer = std::move(answer)]() mutable {
+        return serve(std::move(service), std::move(answer));
     });
 }
 
@@ -27,22 +87,97 @@ std::map<std::string, std::string> HandOffServer::environment() const {
     return {{handOffVariable, path_}};
 }
 
-Task<void> HandOffServer::serve(std::shared_ptr<MessageBus> bus, Logger logger, EndingLog endingLog,
-                                Answer answer) {
+std::size_t HandOffServer::openHandOffs() const {
+    return service_->absent + (service_->presence ? service_->presence->visitors() : 0);
+}
+
+Task<> HandOffServer::untilEnded() const {
+    const std::shared_ptr<Service> service = service_;
+    auto ending = service->end.receive();
+    co_await ending;
+    checkCancellation();
+    if (service->error) std::rethrow_exception(service->error);
+}
+
+Task<void> HandOffServer::serve(std::shared_ptr<Service> service, Answer answer) {
     try {
         while (!isTaskCancelled()) {
-            auto receiving = bus->receive();
-            Message request = co_await receiving;
-            auto answering = answer(std::move(request));
-            Message reply = co_await answering;
-            auto sending = bus->send(std::move(reply));
-            co_await sending;
+            auto receiving = service->receive();
+            std::optional<Message> request = co_await receiving;
+            if (!request) continue;
+            auto answering = service->presence && service->presence->isTaken()
+                                 ? service->answerPresent(&answer, std::move(*request))
+                                 : service->answerAnybody(&answer, std::move(*request));
+            co_await answering;
         }
     } catch (...) {
-        if (endingLog == EndingLog::always || !isTaskCancelled()) {
-            logger.error(std::current_exception());
+        if (!isTaskCancelled()) service->error = std::current_exception();
+        if (service->endingLog == EndingLog::always || !isTaskCancelled()) {
+            service->logger.error(std::current_exception());
         }
     }
+    if (service->presence) service->presence->close();
+    service->end.close();
+}
+
+Task<std::optional<Message>> HandOffServer::Service::receive() {
+    std::optional<Message> request;
+    std::exception_ptr error_;
+    try {
+        auto receiving = bus->receive();
+        request = co_await receiving;
+    } catch (const Errno& failure) {
+        if (failure.number() != EBADMSG) throw;
+        error_ = std::current_exception();
+    }
+    if (presence) {
+        presence->holdTurns();
+        // What a client has left that died on its way may look like a whole request.
+        if (presence->hasGone()) {
+            auto going = presence->untilGone();
+            co_await going;
+            co_return std::nullopt;
+        }
+    }
+    if (error_) std::rethrow_exception(error_);
+    co_return request;
+}
+
+Task<> HandOffServer::Service::answerAnybody(const Answer* answer, Message request) {
+    struct Counted {
+        std::atomic<std::size_t>& number;
+        ~Counted() { --number; }
+    };
+    ++absent;
+    const Counted counted{absent};
+    auto answering = (*answer)(std::move(request));
+    Message reply = co_await answering;
+    auto sending = bus->send(std::move(reply));
+    co_await sending;
+}
+
+Task<> HandOffServer::Service::answerPresent(const Answer* answer, Message request) {
+    const auto answering = std::make_shared<TaskHandle<Message>>(
+        detached([answer, request = std::move(request)]() mutable {
+            return (*answer)(std::move(request));
+        }));
+    hearDepartures(answering);
+    auto waiting = withTaskCancellationHandler(
+        [&answering]() -> Task<Message> { co_return co_await *answering; },
+        [&answering]() noexcept { answering->cancel(); });
+    Message reply = co_await waiting;
+    if (!presence->hasGone()) {
+        try {
+            auto sending = bus->send(std::move(reply));
+            co_await sending;
+        } catch (const Errno& failure) {
+            if (failure.number() != EPIPE || !presence->hasGone()) throw;
+        }
+    }
+    auto going = presence->untilGone();
+    co_await going;
+    hearDepartures({});
+    waitForItsLastDescriptor();
 }
 
 void HandOffServer::stop() {
@@ -56,6 +191,7 @@ void HandOffServer::stop() {
     task.cancel(); // without the lock: runs the callback's own cancellation handlers
     if (!bus) return;
     bus->destroy();
+    if (service_->presence) service_->presence->remove();
     const std::lock_guard guard(mutex_);
     bus_.reset();
 }

@@ -1,7 +1,7 @@
-#include <Platform/command/detail/EventQueue.h>
+#include <Platform/runtime/detail/EventQueue.h>
 
 #include <Platform/base/detail/SystemCall.h>
-#include <Platform/command/detail/Poller.h>
+#include <Platform/runtime/detail/Poller.h>
 
 #include <algorithm>
 #include <array>

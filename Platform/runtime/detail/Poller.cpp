@@ -1,4 +1,4 @@
-#include <Platform/command/detail/Poller.h>
+#include <Platform/runtime/detail/Poller.h>
 
 #include <Platform/runtime/detail/Threads.h>
 

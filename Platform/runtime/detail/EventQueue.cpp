@@ -1,4 +1,4 @@
-#include <Platform/command/detail/EventQueue.h>
+#include <Platform/runtime/detail/EventQueue.h>
 
 #include <cerrno>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Platform/command/detail/EventQueue.h>
+#include <Platform/runtime/detail/EventQueue.h>
 
 #include <array>
 #include <condition_variable>

@@ -1,4 +1,4 @@
-#include <Platform/command/detail/Alarm.h>
+#include <Platform/runtime/detail/Alarm.h>
 
 #include <Platform/runtime/detail/Threads.h>
 

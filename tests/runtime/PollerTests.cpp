@@ -1,12 +1,12 @@
-#include <Platform/command/detail/Poller.h>
-
-#include "Children.h"
+#include <Platform/runtime/detail/Poller.h>
 
 #include <atomic>
 #include <functional>
 #include <memory>
 #include <semaphore>
 #include <vector>
+
+#include <command/Children.h>
 
 namespace Platform {
 

@@ -1,0 +1,313 @@
+#include <Platform/transport/detail/Presence.h>
+
+#include <Platform/askpass/Server.h>
+#include <Platform/base/CancellationError.h>
+#include <Platform/base/Errno.h>
+#include <Platform/base/ProcessInfo.h>
+#include <Platform/command/RunningInstance.h>
+#include <Platform/editor/Server.h>
+#include <Platform/runtime/Cancellation.h>
+#include <Platform/runtime/CheckedContinuation.h>
+#include <Platform/runtime/RunMain.h>
+#include <Platform/runtime/TaskGroup.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <future>
+#include <map>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <base/Faults.h>
+#include <gtest/gtest.h>
+#include <support/BarePeer.h>
+#include <support/HandOffs.h>
+#include <support/Process.h>
+#include <support/SeededExecutor.h>
+
+namespace Platform {
+namespace {
+
+using namespace Testing;
+
+constexpr std::chrono::seconds patience(10); // of a loaded machine; who hangs does so for good
+
+constexpr const char* hostEnded = "editorClient: error: the host has ended: Connection re";
+
+/// A host whose user answers when the test says so.
+class Desk {
+public:
+    using Verdict = CheckedContinuation<bool>;
+
+    Process editor(const std::string& file) const {
+        return Process({program("editor-shim"), file}, environment());
+    }
+    Process::Environment environment() const { return {{"MV_EDITOR_CONN", server_.path()}}; }
+    Editor::Server& server() { return server_; }
+
+    /// The next question, once it is asked.
+    std::pair<std::string, Verdict> next() {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return !asked_.empty(); });
+        auto question = std::move(asked_.front());
+        asked_.erase(asked_.begin());
+        return question;
+    }
+
+    /// Waits until so many were withdrawn.
+    void waitForWithdrawals(int count) {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return withdrawn_ >= count; });
+    }
+
+private:
+    Task<bool> ask(std::string path) {
+        auto asking = withTaskCancellationHandler(
+            [&, path]() -> Task<bool> {
+                co_return co_await withCheckedContinuation<bool>("ask", [&](Verdict verdict) {
+                    const std::lock_guard guard(mutex_);
+                    asked_.emplace_back(path, verdict);
+                    waiting_.emplace(path, verdict);
+                    changed_.notify_all();
+                });
+            },
+            [&, path]() noexcept {
+                const std::lock_guard guard(mutex_);
+                ++withdrawn_;
+                changed_.notify_all();
+                if (const auto known = waiting_.extract(path)) known.mapped().resume(true);
+            });
+        co_return co_await asking;
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::pair<std::string, Verdict>> asked_;
+    std::map<std::string, Verdict> waiting_;
+    int withdrawn_ = 0;
+    Editor::Server server_{[this](std::string path) { return ask(std::move(path)); }};
+};
+
+Cmd client(const std::string& pipe, std::string argument) {
+    auto environment = ProcessInfo::environment();
+    environment["MV_EDITOR_CONN"] = pipe;
+    return {.path = program("editor-shim"),
+            .arguments = {std::move(argument)},
+            .environment = std::move(environment),
+            .workingDirectoryPath = std::nullopt,
+            .expectedExitStatus = {0},
+            .mergeOutputIntoError = false,
+            .standardInput = nullptr,
+            .standardOutput = nullptr,
+            .standardError = nullptr};
+}
+
+/// Waits for the end, however it comes.
+void end(const std::shared_ptr<Cmd::RunningInstance>& instance) {
+    try {
+        runMain(instance->wait());
+    } catch (const Cmd::ExitError&) {
+    }
+}
+
+std::vector<std::string> presences(const OwnTemporaryDirectory& directory) {
+    std::vector<std::string> names;
+    const std::string folder = directory / "mv.presence";
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        names.push_back(entry.path().filename());
+    }
+    return names;
+}
+
+} // namespace
+
+TEST(Presence, TwoClientsGetTheirOwnAnswers) {
+    const OwnTemporaryDirectory directory;
+    Desk desk;
+    Process first = desk.editor("/first");
+    const auto one = desk.next();
+    Process second = desk.editor("/second");
+    while (desk.server().openHandOffs() < 2) std::this_thread::yield();
+    one.second.resume(true);
+    EXPECT_EQ(first.wait().status, 0);
+    const auto two = desk.next();
+    EXPECT_EQ(two.first, "/second");
+    two.second.resume(false);
+    EXPECT_EQ(second.wait().status, 1);
+    while (desk.server().openHandOffs() > 0) std::this_thread::yield();
+}
+
+TEST(Presence, AKilledClientHoldsNobodyUp) {
+    const OwnTemporaryDirectory directory;
+    Desk desk;
+    for (int round = 1; round <= 3; ++round) {
+        Process killed = desk.editor("/killed");
+        EXPECT_EQ(desk.next().first, "/killed");
+        killed.signalGroup(SIGKILL);
+        desk.waitForWithdrawals(round); // the window can close
+        EXPECT_EQ(killed.wait().status, -SIGKILL);
+        Process alive = desk.editor("/alive");
+        const auto question = desk.next();
+        EXPECT_EQ(question.first, "/alive");
+        question.second.resume(true);
+        EXPECT_EQ(alive.wait().status, 0);
+    }
+}
+
+/// Ends a client at an instant that nobody foresees, and then serves one as if nothing had been.
+TEST(Presence, ClientsMayDieAtAnyInstant) {
+    const OwnTemporaryDirectory directory;
+    std::mt19937 random(1);
+    std::atomic<int> asked = 0;
+    Editor::Server server([&](std::string path) -> Task<bool> {
+        ++asked;
+        co_return path.ends_with("/alive");
+    });
+    for (int round = 0; round < rounds(300, 10'000); ++round) {
+        SCOPED_TRACE(round);
+        const std::string number = std::to_string(round);
+        const bool isLarge = random() % 8 == 0; // more than a pipe holds
+        const auto killed =
+            client(server.path(), std::string(isLarge ? 100'000 : 1, 'x') + number).start();
+        spin(random() % (1U << 23)); // a client takes about a millisecond
+        ::kill(killed->processIdentifier(), SIGKILL);
+        if (random() % 4 == 0) end(killed); // else the next comes while this one goes
+        runMain(client(server.path(), number + "/alive").run({.timeLimit = patience}));
+        if (testing::Test::HasFailure()) return;
+        end(killed);
+    }
+    EXPECT_GT(asked, rounds(300, 10'000));
+    while (server.openHandOffs() > 0) std::this_thread::yield();
+}
+
+TEST(Presence, ClientsDoNotOutliveTheirHost) {
+    const OwnTemporaryDirectory directory;
+    std::mt19937 random(1);
+    std::map<std::int64_t, int> seen;
+    for (int round = 0; round < rounds(60, 1'000); ++round) {
+        SCOPED_TRACE(round);
+        Cmd host = client("", "");
+        host.path = program("helper-host");
+        host.standardOutput = std::make_shared<Cmd::Channel>();
+        const auto running = host.start();
+        auto first = [](std::shared_ptr<Cmd::Channel> output) -> Task<std::string> {
+            auto chunk = co_await output->receive();
+            co_return std::string(chunk->view().substr(0, chunk->size() - 1));
+        };
+        const std::string path = runMain(first(host.standardOutput));
+        std::vector<TaskHandle<std::int64_t>> clients;
+        for (const char* const what : {"wait", "accept", "wait"}) {
+            const Cmd cmd = client(path, random() % 2 == 0 ? what : "accept");
+            clients.push_back(detached([cmd]() -> Task<std::int64_t> {
+                try {
+                    co_await cmd.run({.timeLimit = patience});
+                } catch (const Cmd::ExitError& error) {
+                    co_return error.status;
+                }
+                co_return 0;
+            }));
+        }
+        spin(1U << random() % 25);
+        ::kill(running->processIdentifier(), SIGKILL);
+        for (auto& one : clients) {
+            auto ending = [&]() -> Task<std::int64_t> { co_return co_await one; };
+            ++seen[runMain(ending())];
+        }
+        end(running);
+    }
+    EXPECT_EQ(seen.size(), 2U) << "status 0 or 1, nothing else";
+    EXPECT_GT(seen[1], rounds(60, 1'000));
+    // What they left goes with the next server.
+    const Editor::Server next([](std::string) -> Task<bool> { co_return true; });
+    EXPECT_EQ(presences(directory).size(), 1U);
+    EXPECT_EQ(directory.pipes(), 1);
+}
+
+TEST(Presence, ParallelClientsNeverCross) {
+    const OwnTemporaryDirectory directory;
+    std::mt19937 random(1);
+    Editor::Server edits(
+        [](std::string path) -> Task<bool> { co_return std::hash<std::string>()(path) % 2 == 0; });
+    Askpass::Server prompts([](std::string prompt) -> Task<std::optional<std::string>> {
+        co_return "answer to " + prompt;
+    });
+    for (int round = 0; round < rounds(3, 100); ++round) {
+        auto body = [&](TaskGroup<>& group) -> Task<> {
+            for (int i = 0; i < 64; ++i) {
+                std::string text = std::to_string(i);
+                text.append(random() % 4 == 0 ? random() % 100'000 : random() % 100, 'x');
+                Cmd cmd = client(i % 2 == 0 ? edits.path() : prompts.path(), text);
+                cmd.expectedExitStatus = {0, 1};
+                if (i % 2 == 0) {
+                    cmd.expectedExitStatus = {std::hash<std::string>()(text) % 2 == 0 ? 0 : 1};
+                    group.addTask([cmd] { return cmd.run({.timeLimit = patience}); });
+                } else {
+                    cmd.path = program("askpass-shim");
+                    group.addTask([cmd, text]() -> Task<> {
+                        const Data answer = co_await cmd.output({.timeLimit = patience});
+                        EXPECT_TRUE(answer.view() == "answer to " + text + "\n");
+                    });
+                }
+            }
+            co_await group.waitForAll();
+        };
+        auto working = withTaskGroup<>(body);
+        runMain(std::move(working));
+    }
+}
+
+TEST(Presence, TellsItsHostWhatGoesOn) {
+    const OwnTemporaryDirectory directory;
+    LogEntries log;
+    Desk desk;
+    EXPECT_EQ(desk.server().openHandOffs(), 0U);
+    // A foreign client, made of system calls, is served without a turn.
+    BarePeer foreign(desk.server().path(), "<>", "\4/foreign");
+    const auto question = desk.next();
+    EXPECT_EQ(desk.server().openHandOffs(), 1U);
+    question.second.resume(true);
+    EXPECT_EQ(foreign.finish(), std::vector<std::string>{std::string(1, '\0')});
+    BarePeer malformed(desk.server().path(), "<", "\77");
+    EXPECT_EQ(thrownNumber([&] { runMain(desk.server().untilEnded()); }), EBADMSG);
+    malformed.finish();
+    // Nobody will answer any more: who comes is told so at once.
+    Process late = desk.editor("/late");
+    const auto result = late.wait();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(result.errors.starts_with(hostEnded)) << result.errors;
+    Desk stopped;
+    stopped.server().stop();
+    runMain(stopped.server().untilEnded());
+    EXPECT_EQ(presences(directory).size(), 0U) << "a dead one went with the next server";
+}
+
+TEST(Presence, DoesWithoutWhereItCannotBe) {
+    const OwnTemporaryDirectory directory;
+    const std::string deep = directory / std::string(120, 'd').c_str();
+    const Variable longPath("TMPDIR", deep);
+    {
+        Editor::Server far([](std::string) -> Task<bool> { co_return true; });
+        EXPECT_EQ(std::filesystem::exists(deep + "/mv.presence"), true);
+        EXPECT_EQ(
+            Process({program("editor-shim"), "/x"}, {{"MV_EDITOR_CONN", far.path()}}).wait().status,
+            0);
+    }
+    LogEntries log;
+    const Faults fault(Faults::failing(detail::SystemCall::bind, EPERM, 2));
+    Editor::Server without([](std::string) -> Task<bool> { co_return true; });
+    EXPECT_EQ(
+        Process({program("editor-shim"), "/x"}, {{"MV_EDITOR_CONN", without.path()}}).wait().status,
+        0);
+    const Editor::Server again([](std::string) -> Task<bool> { co_return true; });
+    const auto entries = log.take();
+    const auto isOurs = [](const std::string& text) { return text.starts_with("presence: "); };
+    EXPECT_EQ(std::count_if(entries.begin(), entries.end(), isOurs), 1) << "once";
+}
+
+} // namespace Platform
