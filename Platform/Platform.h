@@ -37,6 +37,8 @@
 #include <Platform/runtime/TaskGroup.h>
 #include <Platform/runtime/TaskHandle.h>
 #include <Platform/runtime/TaskPriority.h>
+#include <Platform/system/ExtendedAttributeName.h>
+#include <Platform/system/ExtendedAttributes.h>
 #include <Platform/system/Mach.h>
 #include <Platform/system/Passwd.h>
 #include <Platform/system/User.h>

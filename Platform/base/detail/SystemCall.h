@@ -38,6 +38,8 @@ enum class SystemCall : unsigned char {
     removeAttribute,
     listAttributes,
     userEntry,
+    listDirectory,
+    attributeAt,
 };
 
 /// Called before a system call is made, on its thread, which it may hold up. Returns 0 to let the

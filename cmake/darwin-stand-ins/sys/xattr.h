@@ -21,6 +21,7 @@ int setxattr(const char* path, const char* name, const void* value, size_t size,
 int fsetxattr(int fd, const char* name, const void* value, size_t size, uint32_t position,
               int options);
 int removexattr(const char* path, const char* name, int options);
+int fremovexattr(int fd, const char* name, int options);
 ssize_t listxattr(const char* path, char* names, size_t size, int options);
 
 #ifdef __cplusplus

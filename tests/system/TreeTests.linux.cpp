@@ -1,0 +1,406 @@
+#include <Platform/base/Errno.h>
+#include <Platform/base/FileDescriptor.h>
+#include <Platform/system/ExtendedAttributes.h>
+#include <Platform/system/detail/TreeWalk.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <map>
+
+#include <base/Faults.h>
+#include <base/Scratch.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <malloc.h>
+#include <support/Process.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+namespace Platform {
+namespace {
+
+namespace fs = std::filesystem;
+using detail::SystemCall;
+using Options = ExtendedAttributes::Options;
+using Visit = ExtendedAttributes::Visit;
+
+const ExtendedAttributeName name("user.platform");
+
+bool mark(const std::string& path) {
+    return ::setxattr(path.c_str(), name.rawValue.c_str(), "x", 1, 0) == 0;
+}
+
+bool isMarked(const std::string& path) {
+    return ::getxattr(path.c_str(), name.rawValue.c_str(), nullptr, 0) >= 0;
+}
+
+std::string file(const std::string& path) {
+    std::ofstream(path) << "";
+    return path;
+}
+
+std::string folder(const std::string& path) {
+    fs::create_directory(path);
+    return path;
+}
+
+/// How many files the system's own tool finds marked, itself following no links.
+std::ptrdiff_t countMarked(const std::string& root) {
+    const std::string found =
+        Testing::run({"getfattr", "-R", "-P", "-h", "-n", name.rawValue, root}).output;
+    return std::ranges::count(found, '#');
+}
+
+void removeFrom(const std::string& root, Options options = {}) {
+    ExtendedAttributes(root).removeAttributeRecursive(name, options);
+}
+
+/// What was visited, in order, with what came of it: "removed", "" or the failure's number.
+using Visits = std::vector<std::pair<std::string, std::string>>;
+
+Visits visitsOf(const std::string& root, Options options = {}) {
+    Visits visits;
+    ExtendedAttributes(root).removeAttributeRecursive(name, options, [&](const Visit& visit) {
+        visits.emplace_back(visit.path(), visit.failure()   ? std::to_string(visit.failure())
+                                          : visit.removed() ? "removed"
+                                                            : "");
+    });
+    return visits;
+}
+
+class Tree : public testing::Test {
+protected:
+    void SetUp() override {
+        fs::create_directory(root);
+        if (!mark(root)) GTEST_SKIP() << "no user attributes on the file system of " << root;
+    }
+    // The C++ library's own removal holds a descriptor for each level.
+    void TearDown() override { Testing::run({"rm", "-rf", root}); }
+
+    const Scratch scratch;
+    const std::string root = scratch / "root";
+};
+
+/// Lowers the limit of descriptors for as long as it lives.
+class DescriptorLimit {
+    struct rlimit before_ = {};
+
+public:
+    explicit DescriptorLimit(rlim_t limit) {
+        ::getrlimit(RLIMIT_NOFILE, &before_);
+        const struct rlimit lower = {limit, before_.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &lower);
+    }
+    ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+};
+
+/// The entries of a directory in the order that the system tells them.
+std::vector<std::string> inOrder(int directory) {
+    std::vector<std::string> names;
+    DIR* const stream = ::fdopendir(::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    while (const dirent* entry = ::readdir(stream)) // NOLINT(concurrency-mt-unsafe)
+        if (entry->d_name[0] != '.') names.emplace_back(entry->d_name);
+    ::closedir(stream);
+    return names;
+}
+
+FileDescriptor open(int directory, const std::string& path, int flags = O_RDONLY) {
+    FileDescriptor file(::openat(directory, path.c_str(), flags | O_CLOEXEC, 0644));
+    EXPECT_TRUE(file) << path;
+    return file;
+}
+
+void mark(const FileDescriptor& at) {
+    EXPECT_EQ(::fsetxattr(at.get(), name.rawValue.c_str(), "x", 1, 0), 0);
+}
+
+constexpr int entriesPerLevel = 5;
+
+/// Makes `levels` directories below each other, where paths would be too long, everything marked.
+/// Each level has two more directories with a file in each, which are told after the one that leads
+/// down, so that a walk has to come back. Returns the deepest.
+FileDescriptor makeChain(const std::string& root, int levels) {
+    FileDescriptor at = open(AT_FDCWD, root);
+    for (int level = 0; level < levels; ++level) {
+        for (const char* each : {"a", "b", "c"}) EXPECT_EQ(::mkdirat(at.get(), each, 0755), 0);
+        const std::vector<std::string> names = inOrder(at.get());
+        for (const std::string& each : names) {
+            mark(open(at.get(), each));
+            if (each != names.front()) mark(open(at.get(), each + "/f", O_WRONLY | O_CREAT));
+        }
+        at = open(at.get(), names.front());
+    }
+    return at;
+}
+
+/// Marks a chain's directories once more, but not the files beside them.
+void markUpwards(const FileDescriptor& deepest, int levels) {
+    FileDescriptor at = open(deepest.get(), ".");
+    for (int level = 0; level < levels; ++level) {
+        mark(at);
+        at = open(at.get(), "..");
+    }
+}
+
+/// Root's powers are put aside for as long as it lives.
+class Powerless {
+public:
+    Powerless() { EXPECT_EQ(::seteuid(65534), 0); }
+    ~Powerless() { EXPECT_EQ(::seteuid(0), 0); }
+};
+
+} // namespace
+
+TEST_F(Tree, LosesTheAttributeWhereverItIs) {
+    const NothingLeft nothingLeft;
+    removeFrom(root);
+    EXPECT_FALSE(isMarked(root)) << "an empty tree's root";
+    const std::string outside = folder(scratch / "outside");
+    file(outside + "/hidden");
+    for (const char* each : {"/a\nb", "/\xff\xfe", "/..c", "/.d", "/ ", "/\xc3\xa4"}) {
+        const std::string inside = folder(root + each);
+        file(inside + each);
+        file(root + each + each + "+");
+    }
+    ASSERT_EQ(::mkfifo((root + "/pipe").c_str(), 0600), 0);
+    fs::create_symlink("..", root + "/.d/up");
+    fs::create_symlink("loop", root + "/loop");
+    fs::create_symlink("nowhere", root + "/dangling");
+    fs::create_symlink(outside, root + "/way out");
+    for (const auto& entry : fs::recursive_directory_iterator(root))
+        if (!entry.is_symlink() && !entry.is_fifo()) mark(entry.path());
+    mark(outside);
+    mark(outside + "/hidden");
+    EXPECT_EQ(countMarked(root), 18);
+    removeFrom(root);
+    EXPECT_EQ(countMarked(root), 0);
+    EXPECT_FALSE(isMarked(outside)) << "the link to it was followed for itself,";
+    EXPECT_TRUE(isMarked(outside + "/hidden")) << "but not entered";
+
+    mark(root);
+    mark(root + "/.d/.d");
+    fs::create_symlink("root", scratch / "link");
+    removeFrom(scratch / "link"); // a root that is a link is entered
+    EXPECT_EQ(countMarked(root), 0);
+    mark(root + "/ ");
+    mark(root + "/ / ");
+    removeFrom(root + "/ / ");
+    EXPECT_EQ(countMarked(root), 1) << "a file's own only";
+    removeFrom(scratch / "missing");
+    EXPECT_EQ(visitsOf(scratch / "missing"), (Visits{{scratch / "missing", ""}}));
+}
+
+TEST_F(Tree, IsOnlyAskedWhereTheAttributeIsMissing) {
+    makeChain(root, 3);
+    removeFrom(root);
+    std::map<SystemCall, int> calls;
+    const Faults counting([&](SystemCall call, std::size_t*) { return ++calls[call], 0; });
+    removeFrom(root);
+    EXPECT_EQ(calls[SystemCall::getAttribute], 1 + 3 * entriesPerLevel) << "once each";
+    EXPECT_EQ(calls[SystemCall::removeAttribute], 0);
+}
+
+TEST_F(Tree, KeepsWhatComesAfterAFailure) {
+    makeChain(root, 5);
+    Visits order;
+    {
+        const Faults failing(Faults::failing(SystemCall::removeAttribute, EROFS, 1000));
+        order = visitsOf(root);
+    }
+    ASSERT_EQ(order.size(), 1U + 5 * entriesPerLevel);
+    for (std::size_t i = 1; i < order.size(); ++i) {
+        EXPECT_EQ(order[i].second, std::to_string(EROFS));
+        const std::string parent = fs::path(order[i].first).parent_path();
+        EXPECT_TRUE(std::any_of(order.begin(), order.begin() + static_cast<std::ptrdiff_t>(i),
+                                [&](const auto& before) { return before.first == parent; }))
+            << order[i].first << " before its directory";
+    }
+    int removals = 0;
+    const Faults sixth([&](SystemCall call, std::size_t*) {
+        return call == SystemCall::removeAttribute && ++removals == 6 ? EPERM : 0;
+    });
+    try {
+        removeFrom(root);
+        ADD_FAILURE() << "nothing thrown";
+    } catch (const Errno& error) {
+        EXPECT_EQ(error.number(), EPERM);
+        EXPECT_NE(std::strstr(error.what(), order[5].first.c_str()), nullptr) << error.what();
+    }
+    for (std::size_t i = 0; i < order.size(); ++i)
+        EXPECT_EQ(isMarked(order[i].first), i >= 5) << order[i].first;
+    const std::runtime_error stop("enough");
+    EXPECT_THROW(ExtendedAttributes(root).removeAttributeRecursive(
+                     name, {}, [&](const Visit&) { throw stop; }),
+                 std::runtime_error);
+}
+
+TEST_F(Tree, MayBeDeeperThanPathsAndDescriptorsReach) {
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+    constexpr int levels = 1'000;
+#else
+    constexpr int levels = 5'000;
+#endif
+    const FileDescriptor deepest = makeChain(root, levels);
+    const DescriptorLimit limit(256);
+    const NothingLeft nothingLeft;
+    const auto walk = [&] {
+        std::size_t visited = 0, removed = 0, longest = 0;
+        ExtendedAttributes(root).removeAttributeRecursive(name, {}, [&](const Visit& visit) {
+            ++visited;
+            removed += visit.removed();
+            longest = std::max(longest, visit.path().native().size());
+        });
+        EXPECT_EQ(visited, 1 + entriesPerLevel * levels);
+        EXPECT_EQ(longest, root.size() + 2 * levels + 2) << "a file beside the deepest";
+        EXPECT_EQ(::fgetxattr(deepest.get(), name.rawValue.c_str(), nullptr, 0), -1);
+        return removed;
+    };
+    EXPECT_EQ(walk(), 1 + entriesPerLevel * levels);
+    markUpwards(deepest, levels);
+    const Faults olderSystem(Faults::failing(SystemCall::attributeAt, ENOSYS));
+    EXPECT_EQ(walk(), levels);
+}
+
+TEST_F(Tree, NeedsFewDescriptors) {
+    makeChain(root, 100);
+    const int lowest = open(AT_FDCWD, root).get();
+    {
+        const DescriptorLimit limit(static_cast<rlim_t>(lowest) + 4);
+        EXPECT_EQ(visitsOf(root).size(), 1U + 100 * entriesPerLevel);
+    }
+    for (const rlim_t free : {0U, 1U}) {
+        const DescriptorLimit limit(static_cast<rlim_t>(lowest) + free);
+        EXPECT_EQ(thrownNumber([&] { removeFrom(root); }), EMFILE) << "rather than miss entries";
+    }
+}
+
+// A directory with more directories in it than wait at a time is closed while some of them are
+// walked, and goes on where it was.
+TEST_F(Tree, ReadsLargeDirectoriesInParts) {
+    constexpr int count = 1'200, levels = 40;
+    static_assert(count * 200 > 3 * detail::TreeWalk::mostWaiting);
+    const FileDescriptor large = open(AT_FDCWD, folder(root + "/large"));
+    for (int i = 0; i < count; ++i)
+        mark(folder(root + "/large/" + std::to_string(i) + std::string(200, 'x')));
+    const std::vector<std::string> names = inOrder(large.get());
+    for (const int each : {0, 1, count / 2, count - 1})
+        makeChain(root + "/large/" + names[static_cast<std::size_t>(each)], levels);
+    const Visits visits = visitsOf(root);
+    const std::map<std::string, std::string> different(visits.begin(), visits.end());
+    EXPECT_EQ(different.size(), 2U + count + 4 * levels * entriesPerLevel);
+    EXPECT_EQ(visits.size(), different.size());
+    EXPECT_EQ(countMarked(root), 0);
+}
+
+// Where directories above are closed, the way back is looked for from below and from the root.
+TEST_F(Tree, MayBeMovedWhileItIsWalked) {
+    constexpr std::size_t levels = 60, open = detail::TreeWalk::mostOpen;
+    constexpr std::size_t everything = 1 + entriesPerLevel * levels;
+    const auto visitsWhile = [&](bool movesInside, bool movesTop) {
+        Testing::run({"rm", "-rf", root, scratch / "elsewhere"});
+        fs::create_directory(root);
+        makeChain(root, levels);
+        std::size_t visited = 0;
+        ExtendedAttributes(root).removeAttributeRecursive(name, {}, [&](const Visit& visit) {
+            ++visited;
+            const std::string path = visit.path();
+            if (path.size() != root.size() + 2 * levels || (!movesInside && !movesTop)) return;
+            // The directory of this entry is open, and so are those above it up to `moved`.
+            const std::string moved = path.substr(0, root.size() + 2 * (levels - open));
+            if (std::exchange(movesInside, false)) fs::rename(moved, scratch / "elsewhere");
+            if (std::exchange(movesTop, false))
+                fs::rename(path.substr(0, root.size() + 2), root + "/renamed");
+        });
+        return visited;
+    };
+    EXPECT_EQ(visitsWhile(true, false), everything) << "by the names";
+    EXPECT_EQ(visitsWhile(false, true), everything) << "upwards";
+    EXPECT_EQ(visitsWhile(true, true), everything - 2 * (levels - open - 1))
+        << "without the files beside those that are out of reach";
+}
+
+TEST_F(Tree, MayBeDeletedWhileItIsWalked) {
+    constexpr int folders = 50, files = 20;
+    const auto inside = [&](int i) { return root + "/" + std::to_string(i % folders); };
+    for (int i = 0; i < folders; ++i) {
+        mark(folder(inside(i)));
+        for (int j = 0; j < files; ++j) mark(file(inside(i) + "/" + std::to_string(j)));
+    }
+    int visited = 0;
+    ExtendedAttributes(root).removeAttributeRecursive(name, {}, [&](const Visit& visit) {
+        EXPECT_EQ(visit.failure(), 0) << visit.path();
+        if (++visited % 40 == 0) fs::remove_all(inside(visited * 7));
+        if (visited % 10 == 0) fs::remove_all(visit.path());
+    });
+    EXPECT_EQ(countMarked(root), 0);
+    EXPECT_GT(visited, 100);
+    EXPECT_FALSE(fs::is_empty(root));
+
+    file(root + "/last");
+    mark(root + "/last");
+    const Faults between([&](SystemCall call, std::size_t*) {
+        if (call == SystemCall::removeAttribute) fs::remove(root + "/last");
+        return 0;
+    });
+    removeFrom(root);
+}
+
+TEST_F(Tree, HidesWhatMayNotBeReadAndKeepsWhatMayNotBeChanged) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can prepare this, and put its powers aside";
+    const fs::path scratchFolder = fs::path(root).parent_path();
+    ::chmod(scratchFolder.c_str(), 0755);
+    for (const char* each : {"/closed", "/listed", "/open"})
+        mark(file(folder(root + each) + "/file"));
+    mark(root + "/open");
+    ::chmod((root + "/closed").c_str(), 0700);
+    ::chmod((root + "/listed").c_str(), 0744); // readable, but not searchable
+    for (const char* each : {"", "/open/file"})
+        ASSERT_EQ(::chown((root + each).c_str(), 65534, 65534), 0);
+    {
+        const Powerless powerless;
+        const Visits visits = visitsOf(root);
+        const std::map<std::string, std::string> found(visits.begin(), visits.end());
+        EXPECT_EQ(found, (std::map<std::string, std::string>{
+                             {root, "removed"},
+                             {root + "/closed", ""},
+                             {root + "/listed", ""},
+                             {root + "/listed/file", ""},
+                             {root + "/open", std::to_string(EACCES)},
+                             {root + "/open/file", "removed"},
+                         }));
+        EXPECT_EQ(thrownNumber([&] { removeFrom(root); }), EACCES);
+        removeFrom(root + "/closed");
+    }
+    EXPECT_EQ(countMarked(root), 3);
+}
+
+TEST_F(Tree, MayHaveAnyNumberOfEntries) {
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+    constexpr int perFolder = 100;
+#else
+    constexpr int perFolder = 1'000;
+#endif
+    for (int i = 0; i < 100; ++i) {
+        const std::string inside = folder(root + "/" + std::to_string(i));
+        for (int j = 0; j < perFolder; ++j) {
+            const std::string path = file(inside + "/" + std::to_string(j));
+            if (j % 100 == 0) mark(path);
+        }
+    }
+    std::size_t visited = 0, removed = 0, most = 0;
+    const std::size_t before = ::mallinfo2().uordblks;
+    ExtendedAttributes(root).removeAttributeRecursive(name, {}, [&](const Visit& visit) {
+        ++visited;
+        removed += visit.removed();
+        if (visited % 100 == 0) most = std::max(most, ::mallinfo2().uordblks);
+    });
+    EXPECT_EQ(visited, 1 + 100 + 100 * perFolder);
+    EXPECT_EQ(removed, 1 + perFolder);
+    EXPECT_LT(most, before + 200'000) << "memory grows with the entries";
+    EXPECT_EQ(countMarked(root), 0);
+}
+
+} // namespace Platform
