@@ -29,14 +29,32 @@ class TreeWalk;
 class ExtendedAttributes {
 public:
     /// A set of options, whose bits are macOS's own and handed to it unchanged. Linux knows the
-    /// first three and ignores the others. The empty set is `Options{}`.
-    enum class Options : std::int32_t {
-        noFollow = 0x01,        ///< Act on a symbolic link itself.
-        create = 0x02,          ///< Setting fails (`EEXIST`) when the attribute is there.
-        replace = 0x04,         ///< Setting fails when the attribute is missing.
-        noSecurity = 0x08,      ///< Leave out the checks of security attributes.
-        noDefault = 0x10,       ///< Leave out the system's default handlers.
-        showCompression = 0x20, ///< Show the attributes that the file system compresses with.
+    /// first three and ignores all others.
+    class Options {
+    public:
+        /// None.
+        constexpr Options() noexcept = default;
+        explicit constexpr Options(std::int32_t rawValue) noexcept : rawValue_(rawValue) {}
+
+        constexpr std::int32_t rawValue() const noexcept { return rawValue_; }
+        constexpr bool contains(Options other) const noexcept {
+            return (rawValue_ & other.rawValue_) == other.rawValue_;
+        }
+
+        friend constexpr Options operator|(Options left, Options right) noexcept {
+            return Options(left.rawValue_ | right.rawValue_);
+        }
+        friend bool operator==(Options, Options) = default;
+
+        static const Options noFollow;        ///< Act on a symbolic link itself.
+        static const Options create;          ///< Setting fails (`EEXIST`) when it is there.
+        static const Options replace;         ///< Setting fails when it is missing.
+        static const Options noSecurity;      ///< Leave out the checks of security attributes.
+        static const Options noDefault;       ///< Leave out the system's default handlers.
+        static const Options showCompression; ///< Show what the file system compresses with.
+
+    private:
+        std::int32_t rawValue_ = 0;
     };
 
     /// An entry that `removeAttributeRecursive` has dealt with. It holds only during the call that
@@ -120,16 +138,11 @@ private:
     std::filesystem::path filePath_;
 };
 
-constexpr ExtendedAttributes::Options operator|(ExtendedAttributes::Options left,
-                                                ExtendedAttributes::Options right) noexcept {
-    return static_cast<ExtendedAttributes::Options>(static_cast<std::int32_t>(left) |
-                                                    static_cast<std::int32_t>(right));
-}
-
-constexpr ExtendedAttributes::Options operator&(ExtendedAttributes::Options left,
-                                                ExtendedAttributes::Options right) noexcept {
-    return static_cast<ExtendedAttributes::Options>(static_cast<std::int32_t>(left) &
-                                                    static_cast<std::int32_t>(right));
-}
+inline constexpr ExtendedAttributes::Options ExtendedAttributes::Options::noFollow{0x01};
+inline constexpr ExtendedAttributes::Options ExtendedAttributes::Options::create{0x02};
+inline constexpr ExtendedAttributes::Options ExtendedAttributes::Options::replace{0x04};
+inline constexpr ExtendedAttributes::Options ExtendedAttributes::Options::noSecurity{0x08};
+inline constexpr ExtendedAttributes::Options ExtendedAttributes::Options::noDefault{0x10};
+inline constexpr ExtendedAttributes::Options ExtendedAttributes::Options::showCompression{0x20};
 
 } // namespace Platform

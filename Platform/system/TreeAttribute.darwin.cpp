@@ -31,16 +31,16 @@ FileDescriptor open(const TreeWalk& walk, bool followLink) {
 
 std::ptrdiff_t getAttribute(const char* path, const char* name, void* value, std::size_t size,
                             Options options) {
-    return ::getxattr(path, name, value, size, 0, static_cast<int>(options));
+    return ::getxattr(path, name, value, size, 0, options.rawValue());
 }
 
 int setAttribute(const char* path, const char* name, const void* value, std::size_t size,
                  Options options) {
-    return ::setxattr(path, name, value, size, 0, static_cast<int>(options));
+    return ::setxattr(path, name, value, size, 0, options.rawValue());
 }
 
 int removeAttribute(const char* path, const char* name, Options options) {
-    return ::removexattr(path, name, static_cast<int>(options));
+    return ::removexattr(path, name, options.rawValue());
 }
 
 // This system has no calls that take a directory, and the working directory is not ours to change.
@@ -58,7 +58,7 @@ bool TreeAttribute::isAt(TreeWalk& walk) const {
 int TreeAttribute::removeAt(TreeWalk& walk, Options options) const {
     if (const std::string& path = walk.path(); fits(path))
         return removeAttribute(path.c_str(), name_, options);
-    const auto bits = static_cast<int>(options);
+    const auto bits = options.rawValue();
     const FileDescriptor file = open(walk, (bits & XATTR_NOFOLLOW) == 0);
     // A descriptor leaves no link to follow, and the call refuses the option.
     return file ? ::fremovexattr(file.get(), name_, bits & ~XATTR_NOFOLLOW) : -1;

@@ -31,10 +31,6 @@ long getSizeAt(int directory, const char* path, const char* name) {
     return ::syscall(getxattratNumber, directory, path, 0, name, &arguments, sizeof arguments);
 }
 
-bool has(Options options, Options option) {
-    return (options & option) == option;
-}
-
 /// For systems without those calls: the entry's whole path or, should that be too long, a short one
 /// that goes through the directory's descriptor.
 std::string path(TreeWalk& walk) {
@@ -47,20 +43,21 @@ std::string path(TreeWalk& walk) {
 
 std::ptrdiff_t getAttribute(const char* path, const char* name, void* value, std::size_t size,
                             Options options) {
-    return has(options, Options::noFollow) ? ::lgetxattr(path, name, value, size)
-                                           : ::getxattr(path, name, value, size);
+    return options.contains(Options::noFollow) ? ::lgetxattr(path, name, value, size)
+                                               : ::getxattr(path, name, value, size);
 }
 
 int setAttribute(const char* path, const char* name, const void* value, std::size_t size,
                  Options options) {
-    const int flags = (has(options, Options::create) ? XATTR_CREATE : 0) |
-                      (has(options, Options::replace) ? XATTR_REPLACE : 0);
-    return has(options, Options::noFollow) ? ::lsetxattr(path, name, value, size, flags)
-                                           : ::setxattr(path, name, value, size, flags);
+    const int flags = (options.contains(Options::create) ? XATTR_CREATE : 0) |
+                      (options.contains(Options::replace) ? XATTR_REPLACE : 0);
+    return options.contains(Options::noFollow) ? ::lsetxattr(path, name, value, size, flags)
+                                               : ::setxattr(path, name, value, size, flags);
 }
 
 int removeAttribute(const char* path, const char* name, Options options) {
-    return has(options, Options::noFollow) ? ::lremovexattr(path, name) : ::removexattr(path, name);
+    return options.contains(Options::noFollow) ? ::lremovexattr(path, name)
+                                               : ::removexattr(path, name);
 }
 
 TreeAttribute::TreeAttribute(const char* name) : name_(name) {
@@ -81,7 +78,7 @@ bool TreeAttribute::isAt(TreeWalk& walk) const {
 int TreeAttribute::removeAt(TreeWalk& walk, Options options) const {
     if (!hasRelativeCalls_) return removeAttribute(path(walk).c_str(), name_, options);
     return static_cast<int>(::syscall(removexattratNumber, walk.directory(), walk.name(),
-                                      has(options, Options::noFollow) ? AT_SYMLINK_NOFOLLOW : 0,
+                                      options.contains(Options::noFollow) ? AT_SYMLINK_NOFOLLOW : 0,
                                       name_));
 }
 
