@@ -37,6 +37,7 @@
 #include <Platform/runtime/TaskGroup.h>
 #include <Platform/runtime/TaskHandle.h>
 #include <Platform/runtime/TaskPriority.h>
+#include <Platform/system/CommandLineTool.h>
 #include <Platform/system/ExtendedAttributeName.h>
 #include <Platform/system/ExtendedAttributes.h>
 #include <Platform/system/Mach.h>
