@@ -56,14 +56,15 @@ std::string newFolder() {
     return "";
 }
 
-/// So many files, a hundred in each directory.
+/// So many files, a hundred in each directory, about as deep as those of programs and sources lie.
 class Tree {
 public:
     explicit Tree(std::int64_t entries) : root_(newFolder()) {
         if (root_.empty()) return;
         for (std::int64_t i = 0; i < entries; ++i) {
-            const std::string folder = root_ + "/folder " + std::to_string(i / 100);
-            if (i % 100 == 0) fs::create_directory(folder);
+            const std::string folder =
+                root_ + "/Some.app/Contents/Resources/" + std::to_string(i / 100) + ".lproj";
+            if (i % 100 == 0) fs::create_directories(folder);
             files_.push_back(folder + "/a file as names go " + std::to_string(i));
             std::ofstream(files_.back()) << "";
         }
