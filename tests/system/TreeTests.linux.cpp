@@ -358,8 +358,16 @@ TEST_F(Tree, MayBeDeletedWhileItIsWalked) {
     EXPECT_GT(visited, 100);
     EXPECT_FALSE(fs::is_empty(root));
 
-    file(root + "/last");
-    mark(root + "/last");
+    const std::string outside = folder(scratch / "outside"), swapped = folder(root + "/swapped");
+    mark(file(outside + "/hidden"));
+    ExtendedAttributes(root).removeAttributeRecursive(name, {}, [&](const Visit& visit) {
+        if (visit.path() != swapped) return;
+        fs::remove(swapped); // after it was seen to be a directory, and before it is entered
+        fs::create_symlink(outside, swapped);
+    });
+    EXPECT_TRUE(isMarked(outside + "/hidden"));
+
+    mark(file(root + "/last"));
     const Faults between([&](SystemCall call, std::size_t*) {
         if (call == SystemCall::removeAttribute) fs::remove(root + "/last");
         return 0;
