@@ -36,6 +36,14 @@ std::string getfattr(const std::string& path, const char* link = "--") {
 
 } // namespace
 
+// The bits are another system's, and callers may keep them in files.
+static_assert(Options().rawValue() == 0 && Options::noFollow.rawValue() == 0x01 &&
+              Options::create.rawValue() == 0x02 && Options::replace.rawValue() == 0x04 &&
+              Options::noSecurity.rawValue() == 0x08 && Options::noDefault.rawValue() == 0x10 &&
+              Options::showCompression.rawValue() == 0x20);
+static_assert((Options::create | Options(0x40)).contains(Options::create) &&
+              !Options::create.contains(Options::create | Options::replace));
+
 TEST(ExtendedAttributes, AreThoseThatTheSystemsToolsSee) {
     const Scratch scratch;
     const std::string path = touch(scratch / "file");

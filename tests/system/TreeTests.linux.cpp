@@ -285,6 +285,17 @@ TEST_F(BigTree, MayBeDeeperThanPathsAndDescriptorsReach) {
 
 TEST_F(Tree, NeedsFewDescriptors) {
     makeChain(root, 100);
+    {
+        std::ptrdiff_t held = 0, most = 0;
+        const Faults counting([&](SystemCall call, std::size_t*) {
+            held += (call == SystemCall::open) - (call == SystemCall::close);
+            most = std::max(most, held);
+            return 0;
+        });
+        removeFrom(root);
+        EXPECT_EQ(most, 34);
+        EXPECT_EQ(held, 0);
+    }
     const int lowest = open(AT_FDCWD, root).get();
     {
         const DescriptorLimit limit(static_cast<rlim_t>(lowest) + 4);
