@@ -79,9 +79,12 @@ TEST(User, IsThatOfTheFirstCall) {
     EXPECT_EQ(User::effective(), User(::geteuid()));
     if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
     ASSERT_EQ(::seteuid(65534), 0);
-    EXPECT_EQ(User::real().uid(), 0U);
     EXPECT_EQ(User::effective().uid(), 0U);
+    EXPECT_EQ(User::real().uid(), 0U);
     ASSERT_EQ(::seteuid(0), 0);
+    ASSERT_EQ(::setreuid(65534, 0), 0);
+    EXPECT_EQ(User::real().uid(), 0U);
+    ASSERT_EQ(::setreuid(0, 0), 0);
 }
 
 TEST(Passwd, OwnsItsTexts) {
