@@ -18,8 +18,8 @@ void writeDescription(std::string_view description) noexcept try {
     if (decodeUTF8(description) != description) return;
     // Not every system has writes without the signal, which would end the process in another way.
     sigset_t pipe;
-    ::sigemptyset(&pipe);
-    ::sigaddset(&pipe, SIGPIPE);
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
     ::pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
     detail::writeAll(detail::standardError, std::as_bytes(std::span(description)));
 } catch (const std::exception&) {
