@@ -25,8 +25,11 @@ static Platform::Task<int> run(std::vector<std::string> arguments) {
         co_await command.run(options);
         co_return EXIT_SUCCESS;
     } catch (const Platform::Errno& error) {
-        if (error.number() != ETIMEDOUT) throw;
-        std::cerr << command.path << " took too long" << std::endl;
+        if (error.number() == ETIMEDOUT) {
+            std::cerr << command.path << " took too long" << std::endl;
+        } else { // it could not be started; this names it
+            std::cerr << error.what() << std::endl;
+        }
     } catch (const std::exception& error) {
         std::cerr << command.path << ": " << error.what() << std::endl;
     }

@@ -123,11 +123,11 @@ struct Cmd::Options {
     std::optional<Time> timeLimit{};
 
     /// SIGKILL follows SIGTERM after this time, if the program has not ended by then; with
-    /// `terminatesGroup`, in any case.
+    /// `terminatesGroup` in any case, to those of its group that are left.
     std::optional<Time> killAfter{};
 
     /// Signals go to the program's whole process group: what it started too, as far as that has
-    /// stayed there. Also after the program's own end, for as long as its instance lives.
+    /// stayed there. None are sent once the program itself has ended, but for `killAfter`.
     bool terminatesGroup = false;
 
     /// Once the program has ended, a capturing operation waits no longer than this for the end of

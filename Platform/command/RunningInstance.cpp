@@ -20,8 +20,11 @@ bool Cmd::RunningInstance::isRunning() const noexcept {
 }
 
 Task<> Cmd::RunningInstance::wait() {
-    const auto self = shared_from_this();
-    auto waiting = run_->wait();
+    return wait(shared_from_this());
+}
+
+Task<> Cmd::RunningInstance::wait(std::shared_ptr<RunningInstance> instance) {
+    auto waiting = instance->run_->wait();
     co_await waiting;
 }
 

@@ -37,8 +37,8 @@ public:
     /// ran for too long, `ECHILD` when other code of this process has collected the end.
     Task<> wait();
 
-    /// Cuts the streams and sends SIGINT. Does nothing at all when the program does not run any
-    /// more.
+    /// Cuts the streams and sends SIGINT, and SIGCONT to a program that has stopped. Does nothing
+    /// at all when the program does not run any more.
     ///
     /// The receivers of the output channels see the end; what the program still writes is read and
     /// dropped; its input has ended.
@@ -51,6 +51,7 @@ private:
     friend Cmd;
 
     RunningInstance(const Cmd& command, const Options& options);
+    static Task<> wait(std::shared_ptr<RunningInstance> instance);
 
     const std::unique_ptr<detail::CommandRun> run_;
 };

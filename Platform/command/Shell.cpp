@@ -43,9 +43,11 @@ Shell::Environment parseVariables(const std::string& output) {
 Task<std::optional<std::string>> attempt(std::string path, std::vector<std::string> arguments,
                                          std::optional<milliseconds> timeLimit) {
     try {
+        auto environment = ProcessInfo::environment();
+        environment.erase(""); // which this process may have inherited, but no child can be given
         const Cmd shell{.path = std::move(path),
                         .arguments = std::move(arguments),
-                        .environment = ProcessInfo::environment(),
+                        .environment = std::move(environment),
                         .workingDirectoryPath = std::nullopt,
                         .expectedExitStatus = {0},
                         .mergeOutputIntoError = false,

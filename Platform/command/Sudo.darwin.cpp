@@ -51,6 +51,11 @@ bool execute(AuthorizationRef reference, const char* path, char* const* list) no
 bool run(const std::string& path, const std::vector<std::string>& arguments) noexcept try {
     static const Services services;
     if (!services.create || !services.copyRights || !services.free) return false;
+    // What is cut at a zero byte would be another program, or another argument.
+    if (path.find('\0') != path.npos) return false;
+    for (const std::string& argument : arguments) {
+        if (argument.find('\0') != argument.npos) return false;
+    }
     std::vector<std::string> copies = arguments;
     std::vector<char*> list;
     list.reserve(copies.size() + 1);

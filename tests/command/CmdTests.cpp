@@ -138,6 +138,7 @@ TEST(Cmd, CapturesWhatIsAskedForAndSavesTheErrorText) {
     EXPECT_EQ(text(failing.output()), "o");
     failing.expectedExitStatus = {};
     failing.mergeOutputIntoError = true;
+    EXPECT_EQ(exitError(failing.output())->errorData->size(), 2U);
     const std::string merged(exitError(failing.error())->errorData->view());
     EXPECT_TRUE(merged == "oe" || merged == "eo") << merged;
     EXPECT_EQ(exitError(shell("kill -9 $$").run())->status, 9);
@@ -293,6 +294,28 @@ TEST(Cmd, AFailedLaunchLeavesNothing) {
     result(std::move(reading));
 }
 
+/// Where the system cannot tell of a stream any more, nothing hangs and nothing is passed off as
+/// whole.
+TEST(Cmd, AFailureInTheMiddleIsAnError) {
+    const NobodyLeft check;
+    const Cmd large = shell("head -c 300000 /dev/zero; head -c 300000 /dev/zero >&2");
+    for (const SystemCall call : {SystemCall::read, SystemCall::watch}) {
+        int failures = 0;
+        for (int skipped = 0; skipped < 6; ++skipped) {
+            const Faults fault([=](SystemCall made, std::size_t*) mutable {
+                return made == call && skipped-- == 0 ? ENOMEM : 0;
+            });
+            try {
+                EXPECT_EQ(runMain(large.output()).size(), 300000U);
+            } catch (const std::system_error& error) {
+                EXPECT_EQ(error.code().value(), ENOMEM);
+                ++failures;
+            }
+        }
+        EXPECT_GT(failures, 0);
+    }
+}
+
 TEST(Cmd, CuttingARunShort) {
     const NobodyLeft check;
     // Says that it is there, and that it was interrupted; writes more than a pipe holds then.
@@ -317,8 +340,15 @@ TEST(Cmd, CuttingARunShort) {
     rest = collect(quick.standardOutput);
     EXPECT_EQ(result(std::move(rest)).size(), 1000U);
 
-    // Who stopped, and who is cancelled, hears of it.
-    auto stopped = start(shell("kill -STOP $$"));
+    // Who has stopped hears of it all the same. To name the wait first keeps the instance.
+    auto stoppedInstance = shell("kill -STOP $$").start();
+    const int stoppedId = stoppedInstance->processIdentifier();
+    siginfo_t info{};
+    ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(stoppedId), &info, WSTOPPED | WNOWAIT), 0);
+    auto stopped = detached([instance = std::move(stoppedInstance)]() mutable {
+        auto waiting = std::exchange(instance, nullptr)->wait();
+        return waiting;
+    });
     stopped.cancel();
     EXPECT_THROW(result(std::move(stopped)), CancellationError);
     Cmd accepting = shell("trap 'exit 0' TERM; echo; while :; do :; done");
@@ -395,7 +425,16 @@ TEST(Cmd, LimitsWhatAProgramMayTake) {
         runMain(leaving.capture(Cmd::Captured::output, {.outputGrace = moment}));
     EXPECT_FALSE(capture.isComplete);
     stop(capture.data.view());
-    EXPECT_TRUE(runMain(shell("echo").capture(Cmd::Captured::output, {})).isComplete);
+    const Cmd full = shell("head -c 60000 /dev/zero; sleep 1000 & echo $!");
+    const auto most =
+        runMain(full.capture(Cmd::Captured::output, {.outputGrace = milliseconds(0)}));
+    EXPECT_GT(most.data.size(), 60000U);
+    stop(most.data.view().substr(60000));
+    const Cmd whole = shell("head -c 60000 /dev/zero; head -c 1 /dev/zero >&2");
+    const auto complete =
+        runMain(whole.capture(Cmd::Captured::output, {.outputGrace = milliseconds(0)}));
+    EXPECT_EQ(complete.data.size(), 60000U);
+    EXPECT_TRUE(complete.isComplete);
     const Scratch scratch;
     auto waiting = detached([&] {
         return shell("sleep 1000 & echo $! > " + (scratch / "id") + "; kill -KILL $$").output();

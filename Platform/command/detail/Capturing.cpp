@@ -14,7 +14,6 @@ namespace {
 
 // Most outputs are small, and room that is asked for stays with them.
 constexpr std::size_t firstRead = 4096;
-constexpr std::size_t mostOfAPipe = 65536;
 
 } // namespace
 
@@ -38,31 +37,41 @@ Task<Cmd::Capture> Capturing::run() {
 Task<> Capturing::runWith(TaskGroup<>* readers) {
     const Use outputUse{what_ != Cmd::Captured::nothing, command_.mergeOutputIntoError};
     const Use errorUse{what_ == Cmd::Captured::outputAndError, true};
-    readers->addTask(
-        [this, outputUse] { return collect(run_->output(), outputUse, command_.standardOutput); });
-    readers->addTask(
-        [this, errorUse] { return collect(run_->error(), errorUse, command_.standardError); });
-    std::optional<std::int64_t> badStatus;
+    try {
+        readers->addTask([this, outputUse] {
+            return collect(run_->output(), outputUse, command_.standardOutput);
+        });
+        readers->addTask(
+            [this, errorUse] { return collect(run_->error(), errorUse, command_.standardError); });
+        auto waiting = unexpectedStatus();
+        const std::optional<std::int64_t> badStatus = co_await waiting;
+        Alarm grace;
+        if (options_.outputGrace) {
+            grace = Alarm(*options_.outputGrace, [this] {
+                for (const auto& end : {run_->output(), run_->error()}) end->endAfterWhatIsThere();
+            });
+        }
+        auto ending = withTaskCancellationHandler([readers] { return readers->waitForAll(); },
+                                                  [this]() noexcept { run_->closeStreams(); });
+        co_await ending;
+        checkCancellation();
+        if (badStatus) throw Cmd::ExitError(*badStatus, saver_.text());
+    } catch (...) {
+        run_->terminate();
+        run_->closeStreams(); // which is what the readers wait for
+        throw;
+    }
+}
+
+/// Waits for the process's end.
+Task<std::optional<std::int64_t>> Capturing::unexpectedStatus() {
     try {
         auto waiting = run_->wait();
         co_await waiting;
     } catch (const Cmd::ExitError& error) {
-        badStatus = error.status;
-    } catch (...) {
-        run_->closeStreams(); // which is what the readers wait for
-        throw;
+        co_return error.status;
     }
-    Alarm grace;
-    if (options_.outputGrace) {
-        grace = Alarm(*options_.outputGrace, [this] {
-            for (const auto& end : {run_->output(), run_->error()}) end->endAfterWhatIsThere();
-        });
-    }
-    auto ending = withTaskCancellationHandler([readers] { return readers->waitForAll(); },
-                                              [this]() noexcept { run_->closeStreams(); });
-    co_await ending;
-    checkCancellation();
-    if (badStatus) throw Cmd::ExitError(*badStatus, saver_.text());
+    co_return std::nullopt;
 }
 
 Task<> Capturing::collect(std::shared_ptr<PipeEnd> end, Use use, Forward forward) {
@@ -100,7 +109,8 @@ PipeEnd::Progress Capturing::take(PipeEnd& end, Use use, Data* copy) {
     Data& into = use.isKept ? data_ : passing_;
     if (!use.isKept) passing_.clear();
     const std::size_t before = into.size();
-    const std::size_t most = use.isKept ? std::clamp(before, firstRead, mostOfAPipe) : mostOfAPipe;
+    const std::size_t most =
+        use.isKept ? std::clamp(before, firstRead, PipeEnd::usualCapacity) : PipeEnd::usualCapacity;
     const PipeEnd::Progress progress = end.read(into, most);
     const std::span<const std::byte> fresh = std::span<const std::byte>(into).subspan(before);
     if (use.isSaved) saver_.append(fresh);

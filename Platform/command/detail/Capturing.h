@@ -4,8 +4,10 @@
 #include <Platform/command/detail/PrefixSuffixSaver.h>
 #include <Platform/runtime/TaskGroup.h>
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 
 namespace Platform::detail {
@@ -30,6 +32,7 @@ private:
     using Forward = std::shared_ptr<Cmd::Channel>;
 
     Task<> runWith(TaskGroup<>* readers);
+    Task<std::optional<std::int64_t>> unexpectedStatus();
     Task<> collect(std::shared_ptr<PipeEnd> end, Use use, Forward forward);
     PipeEnd::Progress take(PipeEnd& end, Use use, Data* copy);
 

@@ -17,7 +17,6 @@ namespace Platform::detail {
 namespace {
 
 constexpr std::size_t mostArguments = 4096;
-constexpr std::size_t mostOfAPipe = 65536;
 
 /// Moves what a child writes to a channel, one chunk at a time.
 Task<> pumpOutput(std::shared_ptr<PipeEnd> end, std::shared_ptr<Cmd::Channel> channel) {
@@ -34,7 +33,7 @@ Task<> pumpOutput(std::shared_ptr<PipeEnd> end, std::shared_ptr<Cmd::Channel> ch
         PipeEnd::Progress progress{};
         {
             Data chunk;
-            progress = end->read(chunk, mostOfAPipe);
+            progress = end->read(chunk, PipeEnd::usualCapacity);
             if (chunk.size() < chunk.capacity() / 2) chunk = Data(chunk); // holds no more than that
             if (!chunk.empty()) {
                 try {
@@ -157,6 +156,7 @@ void CommandRun::orKill(Function function) {
         function();
     } catch (...) {
         process_->sendSignal(SIGKILL);
+        cutInput();
         throw;
     }
 }
@@ -234,9 +234,13 @@ void CommandRun::expire() noexcept {
     terminate();
 }
 
-void CommandRun::cutStreams() noexcept {
+void CommandRun::cutInput() noexcept {
     input_.pump.cancel();
     if (input_.end) input_.end->close();
+}
+
+void CommandRun::cutStreams() noexcept {
+    cutInput();
     for (const Stream* const stream : {&output_, &error_}) {
         if (stream->end) stream->end->discard();
         if (stream->channel) stream->channel->close();

@@ -1,10 +1,10 @@
 #pragma once
 
 #include <Platform/command/Cmd.h>
-#include <Platform/runtime/detail/Alarm.h>
 #include <Platform/command/detail/ChildProcess.h>
 #include <Platform/command/detail/PipeEnd.h>
 #include <Platform/runtime/TaskHandle.h>
+#include <Platform/runtime/detail/Alarm.h>
 
 #include <array>
 #include <atomic>
@@ -58,6 +58,7 @@ private:
     template <class Function>
     void orKill(Function function);
     Task<> untilEnd();
+    void cutInput() noexcept;
     void cutStreams() noexcept;
     bool cutAndSend(int signal) noexcept;
     void expire() noexcept;

@@ -1,5 +1,6 @@
 #include <Platform/command/detail/PipeEnd.h>
 
+#include <Platform/base/Errno.h>
 #include <Platform/base/detail/Sigpipe.h>
 #include <Platform/base/detail/SystemCall.h>
 #include <Platform/command/detail/Pipe.h>
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <system_error>
 #include <utility>
 
 #include <poll.h>
@@ -26,9 +28,14 @@ PipeEnd::~PipeEnd() {
 
 PipeEnd::Progress PipeEnd::read(Data& into, std::size_t most) {
     const std::lock_guard guard(mutex_);
+    if (error_ != 0) throw Errno(error_);
     if (hasEnded_) return Progress::ended;
+    if (left_ == 0U) {
+        std::byte next{}; // of others, if there is one
+        reachedEnd_ = !discards_ && ::read(end_.get(), &next, 1) == 0;
+        return ended();
+    }
     if (left_) most = std::min(most, *left_);
-    if (most == 0) return ended();
     std::array<std::byte, 16384> rubbish;
     const std::size_t before = into.size();
     const std::span<std::byte> room = discards_
@@ -44,8 +51,10 @@ PipeEnd::Progress PipeEnd::read(Data& into, std::size_t most) {
     if (left_) *left_ -= got;
     if (count > 0) return Progress::made;
     if (count == -1 && error == EAGAIN && !left_) return Progress::blocked;
+    ended();
+    if (count == -1 && error != EAGAIN) throw Errno(error);
     reachedEnd_ = count == 0 && !discards_;
-    return ended();
+    return Progress::ended;
 }
 
 PipeEnd::Progress PipeEnd::write(std::span<const std::byte>& bytes) noexcept {
@@ -109,8 +118,9 @@ bool PipeEnd::waitsForSystem() noexcept {
     try {
         arm();
         isWatched_ = true;
-    } catch (...) {
-        ended(); // as good as broken
+    } catch (const std::system_error& failure) {
+        error_ = failure.code().value();
+        hasEnded_ = true;
     }
     return isWatched_;
 }

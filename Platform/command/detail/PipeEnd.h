@@ -29,8 +29,11 @@ public:
 
     enum class Progress { made, blocked, ended };
 
+    /// What a read may bring at once.
+    static constexpr std::size_t usualCapacity = 65536;
+
     /// Appends what is there, `most` bytes of it. `ended`: nothing will come any more, or nothing
-    /// is wanted any more. Throws std::bad_alloc and has read nothing then.
+    /// is wanted any more. Throws `Errno`, and std::bad_alloc; has read nothing then.
     Progress read(Data& into, std::size_t most);
 
     /// Takes the bytes that fit away from the front. `ended`: nobody will read them.
@@ -88,6 +91,7 @@ private:
     bool isWatched_ = false;          ///< The system will tell.
     bool discards_ = false;
     bool hasEnded_ = false;
+    int error_ = 0; ///< Of the system, which cannot tell when it is ready.
     bool reachedEnd_ = false;
 };
 
