@@ -30,28 +30,27 @@ PipeEnd::Progress PipeEnd::read(Data& into, std::size_t most) {
     const std::lock_guard guard(mutex_);
     if (error_ != 0) throw Errno(error_);
     if (hasEnded_) return Progress::ended;
-    if (left_ == 0U) {
-        std::byte next{}; // of others, if there is one
-        reachedEnd_ = !discards_ && ::read(end_.get(), &next, 1) == 0;
-        return ended();
-    }
-    if (left_) most = std::min(most, *left_);
+    const bool isOver = left_ == 0U; // what may come now is not wanted, but tells of the end
+    const bool keeps = !discards_ && !isOver;
+    if (left_) most = std::min(most, std::max<std::size_t>(*left_, 1));
     std::array<std::byte, 16384> rubbish;
     const std::size_t before = into.size();
-    const std::span<std::byte> room = discards_
-                                          ? std::span(rubbish).first(std::min(most, rubbish.size()))
-                                          : into.appendUninitialized(most);
+    const std::span<std::byte> room =
+        keeps ? into.appendUninitialized(most)
+              : std::span(rubbish).first(std::min(most, rubbish.size()));
     const auto count = trySystemCall(SystemCall::read, room.size(), [&](std::size_t size) {
         // NOLINTNEXTLINE(clang-analyzer-unix.BlockInCriticalSection): it does not block
         return ::read(end_.get(), room.data(), size);
     });
     const int error = errno;
     const std::size_t got = count > 0 ? static_cast<std::size_t>(count) : 0;
-    if (!discards_) into.truncate(before + got);
-    if (left_) *left_ -= got;
-    if (count > 0) return Progress::made;
+    if (keeps) into.truncate(before + got);
+    if (count > 0 && !isOver) {
+        if (left_) *left_ -= got;
+        return Progress::made;
+    }
     if (count == -1 && error == EAGAIN && !left_) return Progress::blocked;
-    ended();
+    hasEnded_ = true;
     if (count == -1 && error != EAGAIN) throw Errno(error);
     reachedEnd_ = count == 0 && !discards_;
     return Progress::ended;
@@ -123,11 +122,6 @@ bool PipeEnd::waitsForSystem() noexcept {
         hasEnded_ = true;
     }
     return isWatched_;
-}
-
-PipeEnd::Progress PipeEnd::ended() noexcept {
-    hasEnded_ = true;
-    return Progress::ended;
 }
 
 } // namespace Platform::detail

@@ -82,7 +82,6 @@ private:
 
     void ready() noexcept override;
     bool waitsForSystem() noexcept;
-    Progress ended() noexcept;
 
     mutable QuickMutex mutex_;
     FileDescriptor end_;

@@ -23,7 +23,7 @@ std::string presencePath(const std::string& pipePath);
 
 /// The host's side: gives one client a turn at a time, in the order of their arrival, and learns
 /// when that client has gone. Shared; callable from any thread.
-class Presence : public std::enable_shared_from_this<Presence>, private Watch {
+class Presence final : public std::enable_shared_from_this<Presence>, private Watch {
     struct Token {};
     class Visitor;
 
