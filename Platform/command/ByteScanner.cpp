@@ -1,8 +1,7 @@
 #include <Platform/command/ByteScanner.h>
 
-#include <bit>
+#include <algorithm>
 #include <bitset>
-#include <cstdint>
 #include <cstring>
 
 namespace Platform {
@@ -28,39 +27,6 @@ std::optional<Data> copied(const std::optional<string_view>& piece, std::size_t&
     return copy;
 }
 
-/// Bytes that are compared at once.
-using Block = signed char __attribute__((vector_size(16)));
-using Bytes = char __attribute__((vector_size(16)));
-
-/// A bit for each byte of what a comparison gave: all ones, or zero.
-std::uint64_t bitsOf(Block hits) noexcept {
-#if defined(__SSE2__)
-    return static_cast<std::uint16_t>(__builtin_ia32_pmovmskb128(reinterpret_cast<Bytes>(hits)));
-#else
-    static_assert(std::endian::native == std::endian::little);
-    std::uint64_t halves[2];
-    std::memcpy(halves, &hits, sizeof halves);
-    std::uint64_t bits = 0;
-    for (int half = 0; half < 2; ++half) { // of each byte its own bit, gathered at the top
-        const std::uint64_t own = halves[half] & 0x8040201008040201U;
-        bits |= own * 0x0101010101010101U >> 56 << (8 * half);
-    }
-    return bits;
-#endif
-}
-
-std::uint64_t lineEndsIn16(const char* bytes) noexcept {
-    Block block;
-    std::memcpy(&block, bytes, sizeof block);
-    return bitsOf((block == '\r') | (block == '\n'));
-}
-
-/// A bit for each of 64 bytes: whether it ends a line.
-std::uint64_t lineEndsIn(const char* bytes) noexcept {
-    return lineEndsIn16(bytes) | lineEndsIn16(bytes + 16) << 16 | lineEndsIn16(bytes + 32) << 32 |
-           lineEndsIn16(bytes + 48) << 48;
-}
-
 std::size_t findAnyOf(string_view text, string_view bytes) noexcept {
     if (bytes.size() == 1) return text.find(bytes.front());
     std::bitset<256> set;
@@ -80,23 +46,6 @@ std::optional<string_view> ByteScanner::viewTo(string_view pattern, bool consume
 
 std::optional<string_view> ByteScanner::viewToAnyOf(string_view bytes, bool consume) noexcept {
     return take(findAnyOf(rest(), bytes), consume ? 1 : 0);
-}
-
-std::optional<string_view> ByteScanner::findEndOfLine(bool consume) noexcept {
-    const string_view all = data_.view();
-    std::size_t at = offset_ - block_ < blockSize ? block_ + blockSize : offset_;
-    for (; at + blockSize <= all.size(); at += blockSize) {
-        const std::uint64_t ends = lineEndsIn(all.data() + at);
-        if (ends == 0) continue;
-        block_ = at;
-        lineEnds_ = ends;
-        return take(at - offset_ + static_cast<std::size_t>(std::countr_zero(ends)),
-                    consume ? 1 : 0);
-    }
-    for (; at < all.size(); ++at) {
-        if (all[at] == '\r' || all[at] == '\n') return take(at - offset_, consume ? 1 : 0);
-    }
-    return std::nullopt;
 }
 
 std::optional<string_view> ByteScanner::viewRest() noexcept {
@@ -142,7 +91,8 @@ std::size_t ByteScanner::trim() {
         data_ = Data(left);
     }
     offset_ = 0;
-    block_ = noBlock;
+    lineFeed_ -= std::min(lineFeed_, discarded);
+    carriageReturn_ -= std::min(carriageReturn_, discarded);
     return discarded;
 }
 

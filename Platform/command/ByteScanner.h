@@ -2,9 +2,8 @@
 
 #include <Platform/base/Data.h>
 
-#include <bit>
+#include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -27,12 +26,13 @@ public:
     ByteScanner(const ByteScanner&) = default;
     ByteScanner(ByteScanner&& other) noexcept
         : data_(std::move(other.data_)), offset_(std::exchange(other.offset_, 0)),
-          block_(std::exchange(other.block_, noBlock)), lineEnds_(other.lineEnds_) {}
+          lineFeed_(std::exchange(other.lineFeed_, 0)),
+          carriageReturn_(std::exchange(other.carriageReturn_, 0)) {}
     ByteScanner& operator=(ByteScanner other) noexcept {
         data_ = std::move(other.data_);
         offset_ = other.offset_;
-        block_ = other.block_;
-        lineEnds_ = other.lineEnds_;
+        lineFeed_ = other.lineFeed_;
+        carriageReturn_ = other.carriageReturn_;
         return *this;
     }
     ~ByteScanner() = default;
@@ -68,10 +68,9 @@ public:
     std::optional<std::string_view> viewTo(std::string_view pattern, bool consume) noexcept;
     std::optional<std::string_view> viewToAnyOf(std::string_view bytes, bool consume) noexcept;
     std::optional<std::string_view> viewToEndOfLine(bool consume) noexcept {
-        const std::size_t into = offset_ - block_;
-        const std::uint64_t ahead = into < blockSize ? lineEnds_ >> into : 0;
-        if (ahead == 0) return findEndOfLine(consume);
-        return take(static_cast<std::size_t>(std::countr_zero(ahead)), consume ? 1 : 0);
+        const std::size_t end =
+            std::min(nextPlaceOf('\n', lineFeed_), nextPlaceOf('\r', carriageReturn_));
+        return end == count() ? std::nullopt : take(end - offset_, consume ? 1 : 0);
     }
     std::optional<std::string_view> viewRest() noexcept;
 
@@ -79,10 +78,6 @@ public:
     std::size_t trim();
 
 private:
-    // Where line ends are is found for a block at a time and remembered: most lines are short.
-    static constexpr std::size_t blockSize = 64;
-    static constexpr std::size_t noBlock = std::size_t{0} - blockSize; // below any offset
-
     std::string_view rest() const noexcept { return data_.view().substr(offset_); }
 
     /// The next `size` bytes, which a delimiter follows; npos: it is not there.
@@ -93,12 +88,21 @@ private:
         return piece;
     }
 
-    std::optional<std::string_view> findEndOfLine(bool consume) noexcept;
+    /// Where the next such byte is, or the end. `known` is remembered: there is none before it.
+    std::size_t nextPlaceOf(char byte, std::size_t& known) const noexcept {
+        const std::string_view all = data_.view();
+        known = std::max(known, offset_);
+        if (known < all.size() && all[known] != byte) {
+            known = std::min(all.find(byte, known), all.size());
+        }
+        return known;
+    }
 
     Data data_;
     std::size_t offset_ = 0;
-    std::size_t block_ = noBlock; ///< Where in `data` the block starts.
-    std::uint64_t lineEnds_ = 0;  ///< A bit for each of its bytes.
+    // Text has line ends of one kind: the other is looked for once, not for each line.
+    std::size_t lineFeed_ = 0;
+    std::size_t carriageReturn_ = 0;
 };
 
 } // namespace Platform
