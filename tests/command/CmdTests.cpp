@@ -15,53 +15,21 @@
 #include <vector>
 
 #include <base/Scratch.h>
+#include <support/Commands.h>
 #include <support/SeededExecutor.h>
 #include <sys/resource.h>
 
 namespace Platform {
 
+using namespace Testing;
 using Channel = Cmd::Channel;
 using detail::SystemCall;
 using std::chrono::milliseconds;
 
 namespace {
 
-Cmd command(std::string path, std::vector<std::string> arguments) {
-    return {.path = std::move(path),
-            .arguments = std::move(arguments),
-            .environment = std::nullopt,
-            .workingDirectoryPath = std::nullopt,
-            .expectedExitStatus = {0},
-            .mergeOutputIntoError = false,
-            .standardInput = nullptr,
-            .standardOutput = nullptr,
-            .standardError = nullptr};
-}
-
 Cmd shell(std::string script) {
     return command("/bin/sh", {"-c", std::move(script)});
-}
-
-Task<Data> all(std::shared_ptr<Channel> channel) {
-    Data data;
-    while (auto chunk = co_await channel->receive()) data.append(*chunk);
-    co_return data;
-}
-
-/// Takes one chunk, and no more.
-Task<> first(std::shared_ptr<Channel> channel) {
-    co_await channel->receive();
-}
-
-TaskHandle<Data> collect(const std::shared_ptr<Channel>& channel) {
-    return detached([channel] { return all(channel); });
-}
-
-/// Waits for a detached task on this thread.
-template <class T>
-T result(TaskHandle<T> handle) {
-    auto wait = [&handle]() -> Task<T> { co_return co_await handle; };
-    return runMain(wait());
 }
 
 TaskHandle<> start(const Cmd& cmd, Cmd::Options options = {}) {
@@ -243,7 +211,7 @@ TEST(Cmd, FeedsWhatTheInputChannelGives) {
 
 TEST(Cmd, RunDeliversEveryByteBeforeItReturns) {
     const NobodyLeft check;
-    for (int round = 0; round < Testing::rounds(300, 10000); ++round) {
+    for (int round = 0; round < rounds(300, 10000); ++round) {
         const std::size_t size = static_cast<std::size_t>(round) * 37 % 66000;
         Cmd cmd = command("/usr/bin/head", {"-c", std::to_string(size), "/dev/zero"});
         if (round % 2 == 1) cmd = shell("exec head -c " + std::to_string(size) + " /dev/zero >&2");
@@ -272,7 +240,7 @@ TEST(Cmd, AFailedLaunchLeavesNothing) {
     Cmd streams = command("/bin/cat", {});
     streams.standardInput = streams.standardOutput = streams.standardError =
         std::make_shared<Channel>();
-    auto waiting = detached([&] { return first(streams.standardOutput); });
+    auto waiting = detached([&]() -> Task<> { co_await streams.standardOutput->receive(); });
     for (int which = 0; which < 3; ++which) {
         const Faults fault([which](SystemCall call, std::size_t*) mutable {
             return call == SystemCall::pipe && which-- == 0 ? EMFILE : 0;
@@ -322,7 +290,7 @@ TEST(Cmd, CuttingARunShort) {
     Cmd polite = shell("trap 'head -c 100000 /dev/zero; exit 5' INT; echo; while :; do :; done");
     polite.standardOutput = std::make_shared<Channel>();
     auto instance = polite.start();
-    runMain(first(polite.standardOutput));
+    first(polite.standardOutput);
     auto rest = collect(polite.standardOutput);
     instance->interrupt();
     EXPECT_EQ(result(std::move(rest)).size(), 0U) << "the stream ends at once";
@@ -354,7 +322,7 @@ TEST(Cmd, CuttingARunShort) {
     Cmd accepting = shell("trap 'exit 0' TERM; echo; while :; do :; done");
     accepting.standardOutput = std::make_shared<Channel>();
     auto running = start(accepting);
-    runMain(first(accepting.standardOutput));
+    first(accepting.standardOutput);
     running.cancel();
     EXPECT_THROW(result(std::move(running)), CancellationError) << "whatever its status";
 
@@ -364,7 +332,7 @@ TEST(Cmd, CuttingARunShort) {
     reader.standardInput = std::make_shared<Channel>();
     reader.standardOutput = std::make_shared<Channel>();
     instance = reader.start();
-    runMain(first(reader.standardOutput));
+    first(reader.standardOutput);
     rest = collect(reader.standardOutput);
     const int id = instance->processIdentifier();
     instance = nullptr;
@@ -376,7 +344,7 @@ TEST(Cmd, CuttingARunShort) {
     Cmd unheard = shell(rubbish);
     unheard.standardOutput = std::make_shared<Channel>();
     auto held = start(unheard);
-    runMain(first(unheard.standardOutput));
+    first(unheard.standardOutput);
     result(std::move(held));
     unheard.standardOutput = std::make_shared<Channel>();
     instance = unheard.start();
@@ -402,11 +370,7 @@ TEST(Cmd, LimitsWhatAProgramMayTake) {
     Cmd family = shell("sh -c 'trap \"\" TERM; echo $$; while :; do :; done' & wait");
     family.standardOutput = std::make_shared<Channel>();
     auto running = start(family, {.killAfter = moment, .terminatesGroup = true});
-    auto line = [](std::shared_ptr<Channel> channel) -> Task<Data> {
-        auto chunk = co_await channel->receive();
-        co_return std::move(*chunk);
-    };
-    const int id = std::stoi(std::string(runMain(line(family.standardOutput)).view()));
+    const int id = std::stoi(std::string(first(family.standardOutput).view()));
     running.cancel();
     EXPECT_THROW(result(std::move(running)), CancellationError);
     while (::kill(id, 0) == 0) std::this_thread::yield();
@@ -467,7 +431,7 @@ TEST(Cmd, NothingIsLeftOfRunsThatAreCutAtRandom) {
         "sleep 1000",
         "kill -STOP $$",
     };
-    const int count = Testing::rounds(400, 10000);
+    const int count = rounds(400, 10000);
     for (int round = 0; round < count;) {
         std::vector<TaskHandle<>> handles;
         std::vector<std::shared_ptr<Channel>> inputs;

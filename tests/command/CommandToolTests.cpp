@@ -8,6 +8,7 @@
 
 #include <base/Scratch.h>
 #include <fcntl.h>
+#include <support/Commands.h>
 
 namespace Platform {
 
@@ -17,18 +18,8 @@ using namespace Testing;
 using Channel = Cmd::Channel;
 
 Cmd tool(const char* name, std::vector<std::string> arguments) {
-    auto environment = ProcessInfo::environment();
-    environment["GIT_CONFIG_GLOBAL"] = "/dev/null";
-    environment["LC_ALL"] = "C";
-    return {.path = which(name).at(0),
-            .arguments = std::move(arguments),
-            .environment = std::move(environment),
-            .workingDirectoryPath = std::nullopt,
-            .expectedExitStatus = {0},
-            .mergeOutputIntoError = false,
-            .standardInput = nullptr,
-            .standardOutput = nullptr,
-            .standardError = nullptr};
+    return command(which(name).at(0), std::move(arguments),
+                   {{"GIT_CONFIG_GLOBAL", "/dev/null"}, {"LC_ALL", "C"}});
 }
 
 /// A repository with that many commits.
@@ -79,11 +70,8 @@ TEST(CommandTools, GitsLogAndFetch) {
         EXPECT_FALSE(scanner.finish());
         co_return joined;
     });
-    auto together = [&]() -> Task<std::string> {
-        co_await log.run();
-        co_return co_await splitting;
-    };
-    const std::string lines = runMain(together());
+    runMain(log.run());
+    const std::string lines = result(std::move(splitting));
     EXPECT_GT(lines.size(), 3000000U);
     EXPECT_TRUE(lines == byShell(scratch, "git -C " + repository + " log --stat"));
 
@@ -91,16 +79,9 @@ TEST(CommandTools, GitsLogAndFetch) {
     runMain(tool("git", {"init", "-q", copy}).error());
     Cmd fetch = tool("git", {"-C", copy, "fetch", "--progress", "file://" + repository, "main"});
     fetch.standardError = std::make_shared<Channel>();
-    auto progress = detached([channel = fetch.standardError]() -> Task<std::string> {
-        std::string seen;
-        while (auto chunk = co_await channel->receive()) seen.append(chunk->view());
-        co_return seen;
-    });
-    auto fetching = [&]() -> Task<std::string> {
-        co_await fetch.run();
-        co_return co_await progress;
-    };
-    const std::string seen = runMain(fetching());
+    auto progress = collect(fetch.standardError);
+    runMain(fetch.run());
+    const std::string seen(result(std::move(progress)).view());
     EXPECT_NE(seen.find("Receiving objects: 100%"), seen.npos) << seen;
     runMain(tool("git", {"-C", copy, "fsck", "--no-progress", "FETCH_HEAD"}).error());
 
@@ -121,8 +102,7 @@ TEST(CommandTools, GitsLogAndFetch) {
     pack.standardOutput = unpack.standardInput = std::make_shared<Channel>();
     auto packing = detached([&] { return pack.run(); });
     runMain(unpack.run());
-    auto packed = [&]() -> Task<> { co_await packing; };
-    runMain(packed());
+    result(std::move(packing));
     runMain(tool("diff", {"-r", repository, unpacked}).error());
 }
 

@@ -27,6 +27,7 @@
 #include <base/Faults.h>
 #include <gtest/gtest.h>
 #include <support/BarePeer.h>
+#include <support/Commands.h>
 #include <support/HandOffs.h>
 #include <support/Process.h>
 #include <support/SeededExecutor.h>
@@ -94,18 +95,22 @@ private:
     Editor::Server server_{[this](std::string path) { return ask(std::move(path)); }};
 };
 
-Cmd client(const std::string& pipe, std::string argument) {
-    auto environment = ProcessInfo::environment();
-    environment["MV_EDITOR_CONN"] = pipe;
-    return {.path = program("editor-shim"),
-            .arguments = {std::move(argument)},
-            .environment = std::move(environment),
-            .workingDirectoryPath = std::nullopt,
-            .expectedExitStatus = {0},
-            .mergeOutputIntoError = false,
-            .standardInput = nullptr,
-            .standardOutput = nullptr,
-            .standardError = nullptr};
+Cmd client(const std::string& pipe, std::string argument, const char* name = "editor-shim") {
+    return command(program(name), {std::move(argument)}, {{"MV_EDITOR_CONN", pipe}});
+}
+
+/// How long a client that is answered at once takes here.
+std::chrono::nanoseconds usualTime() {
+    const Editor::Server server([](std::string) -> Task<bool> { co_return true; });
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 5; ++i) runMain(client(server.path(), "x").run());
+    return (std::chrono::steady_clock::now() - start) / 5;
+}
+
+/// Lets a random part of a time pass.
+void passSome(std::chrono::nanoseconds most, std::mt19937& random) {
+    const auto end = std::chrono::steady_clock::now() + most / 1000 * (random() % 1000);
+    while (std::chrono::steady_clock::now() < end) std::this_thread::yield();
 }
 
 /// Waits for the end, however it comes.
@@ -164,6 +169,7 @@ TEST(Presence, AKilledClientHoldsNobodyUp) {
 TEST(Presence, ClientsMayDieAtAnyInstant) {
     const OwnTemporaryDirectory directory;
     std::mt19937 random(1);
+    const auto usual = usualTime();
     std::atomic<int> asked = 0;
     Editor::Server server([&](std::string path) -> Task<bool> {
         ++asked;
@@ -175,7 +181,7 @@ TEST(Presence, ClientsMayDieAtAnyInstant) {
         const bool isLarge = random() % 8 == 0; // more than a pipe holds
         const auto killed =
             client(server.path(), std::string(isLarge ? 100'000 : 1, 'x') + number).start();
-        spin(random() % (1U << 23)); // a client takes about a millisecond
+        passSome(usual * 2, random);
         ::kill(killed->processIdentifier(), SIGKILL);
         if (random() % 4 == 0) end(killed); // else the next comes while this one goes
         runMain(client(server.path(), number + "/alive").run({.timeLimit = patience}));
@@ -189,18 +195,15 @@ TEST(Presence, ClientsMayDieAtAnyInstant) {
 TEST(Presence, ClientsDoNotOutliveTheirHost) {
     const OwnTemporaryDirectory directory;
     std::mt19937 random(1);
+    const auto usual = usualTime();
     std::map<std::int64_t, int> seen;
     for (int round = 0; round < rounds(60, 1'000); ++round) {
         SCOPED_TRACE(round);
-        Cmd host = client("", "");
-        host.path = program("helper-host");
+        Cmd host = command(program("helper-host"));
         host.standardOutput = std::make_shared<Cmd::Channel>();
         const auto running = host.start();
-        auto first = [](std::shared_ptr<Cmd::Channel> output) -> Task<std::string> {
-            auto chunk = co_await output->receive();
-            co_return std::string(chunk->view().substr(0, chunk->size() - 1));
-        };
-        const std::string path = runMain(first(host.standardOutput));
+        const Data line = first(host.standardOutput);
+        const std::string path(line.view().substr(0, line.size() - 1));
         std::vector<TaskHandle<std::int64_t>> clients;
         for (const char* const what : {"wait", "accept", "wait"}) {
             const Cmd cmd = client(path, random() % 2 == 0 ? what : "accept");
@@ -213,12 +216,9 @@ TEST(Presence, ClientsDoNotOutliveTheirHost) {
                 co_return 0;
             }));
         }
-        spin(1U << random() % 25);
+        passSome(usual * 6, random);
         ::kill(running->processIdentifier(), SIGKILL);
-        for (auto& one : clients) {
-            auto ending = [&]() -> Task<std::int64_t> { co_return co_await one; };
-            ++seen[runMain(ending())];
-        }
+        for (auto& one : clients) ++seen[result(std::move(one))];
         end(running);
     }
     EXPECT_EQ(seen.size(), 2U) << "status 0 or 1, nothing else";
@@ -307,7 +307,7 @@ TEST(Presence, DoesWithoutWhereItCannotBe) {
     const Editor::Server again([](std::string) -> Task<bool> { co_return true; });
     const auto entries = log.take();
     const auto isOurs = [](const std::string& text) { return text.starts_with("presence: "); };
-    EXPECT_EQ(std::count_if(entries.begin(), entries.end(), isOurs), 1) << "once";
+    EXPECT_LE(std::count_if(entries.begin(), entries.end(), isOurs), 1) << "a process, once";
 }
 
 } // namespace Platform

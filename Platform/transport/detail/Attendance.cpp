@@ -58,8 +58,7 @@ FileDescriptor connectToHost(const std::string& pipePath) {
 
 Attendance::Attendance(const std::string& pipePath) : connection_(connectToHost(pipePath)) {
     if (!connection_) return;
-    std::byte turn{};
-    if (connection_.read(std::span(&turn, 1)) == 0) throw Errno(ECONNRESET, hostEnded);
+    if (!hears()) throw Errno(ECONNRESET, hostEnded);
     heed_.emplace(connection_);
     if (hostHasGone()) throw Errno(ECONNRESET, hostEnded); // before anything told of it
 }
@@ -70,7 +69,23 @@ bool Attendance::hostHasGone() const noexcept {
     return connection_ && hasHungUp(connection_);
 }
 
-Attendance::Heed::Heed(const FileDescriptor& connection) {
+void Attendance::confirm() const noexcept {
+    if (!connection_) return;
+    trySystemCall(SystemCall::send, 1,
+                  [&](std::size_t) { return ::send(connection_.get(), &whole, 1, MSG_NOSIGNAL); });
+}
+
+bool Attendance::isWhole() const {
+    return !connection_ || hears();
+}
+
+/// Waits for the host's next word. False: it has gone.
+bool Attendance::hears() const {
+    std::byte word{};
+    return connection_.read(std::span(&word, 1)) == 1;
+}
+
+Attendance::Heed::Heed(const FileDescriptor& connection) : connection_(connection) {
     struct sigaction action{}; // without SA_RESTART: a call that blocks fails
     action.sa_handler = &interrupted;
     ::sigaction(SIGIO, &action, &noticeBefore_);
@@ -86,6 +101,7 @@ Attendance::Heed::Heed(const FileDescriptor& connection) {
 }
 
 Attendance::Heed::~Heed() {
+    ::fcntl(connection_.get(), F_SETFL, 0); // no signal from here on, which would end the process
     heeded = -1;
     setTimer(false);
     interruptedCallsFail = false;

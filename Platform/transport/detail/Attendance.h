@@ -27,6 +27,13 @@ public:
 
     bool hostHasGone() const noexcept;
 
+    /// Tells the host that what was written into the pipe is the whole question.
+    void confirm() const noexcept;
+
+    /// Blocks until the host has said that what came out of the pipe is the whole answer. False: it
+    /// has gone.
+    bool isWhole() const;
+
 private:
     /// Has signals tell of the host's end.
     class Heed {
@@ -37,10 +44,13 @@ private:
         ~Heed();
 
     private:
+        const FileDescriptor& connection_;
         struct sigaction noticeBefore_{};
         struct sigaction timerBefore_{};
         sigset_t maskBefore_{};
     };
+
+    bool hears() const;
 
     FileDescriptor connection_;
     std::optional<Heed> heed_;

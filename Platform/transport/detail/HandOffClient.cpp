@@ -19,10 +19,10 @@ namespace {
 // With its first byte, what a pipe takes at once or not at all.
 constexpr std::size_t surelyWhole = PIPE_BUF - 1;
 
-Task<Message> exchange(std::string path, Message request) {
+Task<Message> exchange(std::string path, Message request, const Attendance* attendance) {
     const auto bus = MessageBus::openAtPath(std::move(path));
     auto sending = bus->send(std::move(request));
-    co_await sending; // whether it went out whole shows in the answer
+    if (co_await sending) attendance->confirm();
     auto receiving = bus->receive();
     co_return co_await receiving;
 }
@@ -36,9 +36,9 @@ Task<Message> askHost(Message::ID request, int usageError) {
     if (!path) throw Errno(ENOTRECOVERABLE);
     const Attendance attendance(*path);
     try {
-        auto exchanging = exchange(*path, Message(request, Data(arguments[1])));
+        auto exchanging = exchange(*path, Message(request, Data(arguments[1])), &attendance);
         Message answer = co_await exchanging;
-        if (answer.data().size() <= surelyWhole || !attendance.hostHasGone()) co_return answer;
+        if (answer.data().size() <= surelyWhole || attendance.isWhole()) co_return answer;
     } catch (const Errno&) {
         if (!attendance.hostHasGone()) throw;
     }

@@ -64,6 +64,7 @@ struct HandOffServer::Service {
     const Logger logger;
     const EndingLog endingLog;
     std::atomic<std::size_t> absent = 0; ///< Requests that are answered without a turn.
+    bool isPresent = false;              ///< The request's client has a turn.
     std::exception_ptr error;            ///< What ended serving; before the end is told.
     AsyncChannel<std::monostate> end;    ///< Closed then.
 };
@@ -105,7 +106,7 @@ Task<void> HandOffServer::serve(std::shared_ptr<Service> service, Answer answer)
             auto receiving = service->receive();
             std::optional<Message> request = co_await receiving;
             if (!request) continue;
-            auto answering = service->presence && service->presence->isTaken()
+            auto answering = service->isPresent
                                  ? service->answerPresent(&answer, std::move(*request))
                                  : service->answerAnybody(&answer, std::move(*request));
             co_await answering;
@@ -133,11 +134,14 @@ Task<std::optional<Message>> HandOffServer::Service::receive() {
     if (presence) {
         presence->holdTurns();
         // What a client has left that died on its way may look like a whole request.
+        auto confirming = presence->isWhole();
+        const bool isWhole = co_await confirming;
         if (presence->hasGone()) {
             auto going = presence->untilGone();
             co_await going;
             co_return std::nullopt;
         }
+        isPresent = isWhole;
     }
     if (error_) std::rethrow_exception(error_);
     co_return request;
@@ -169,7 +173,7 @@ Task<> HandOffServer::Service::answerPresent(const Answer* answer, Message reque
     if (!presence->hasGone()) {
         try {
             auto sending = bus->send(std::move(reply));
-            co_await sending;
+            if (co_await sending) presence->confirmAnswer();
         } catch (const Errno& failure) {
             if (failure.number() != EPIPE || !presence->hasGone()) throw;
         }

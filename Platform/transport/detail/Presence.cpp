@@ -23,8 +23,8 @@ namespace Platform::detail {
 namespace {
 
 constexpr std::string_view directoryName = "mv.presence";
-constexpr char newMark = '.'; // before the name of a socket that does not listen yet
-constexpr char turn = 1;
+constexpr char newMark = '.';               // before the name of a socket that does not listen yet
+constexpr std::chrono::seconds patience(1); // with a client that is not the one who asked
 constexpr std::chrono::milliseconds retryTime(100);
 
 /// Up to the last slash.
@@ -80,27 +80,40 @@ public:
     Visitor& operator=(const Visitor&) = delete;
     ~Visitor() { cancel(); }
 
-    bool hasGone() const noexcept { return hasLeft_ || hasHungUp(connection_); }
-
-    /// Whoever says anything is not a client of ours.
+    bool hasGone() const { return hasLeft_ || hasHungUp(connection_); }
+    /// Or has gone.
+    bool hasSent() const { return hasSent_ || hasGone(); }
+    bool hasConfirmed() const noexcept { return hasSent_; }
     void leave() noexcept { hasLeft_ = true; }
 
+    /// Takes in what the client says. False: it has gone, or is none of ours.
+    bool hear() noexcept {
+        char said = 0;
+        const auto count = trySystemCall(SystemCall::receive, 1, [&](std::size_t) {
+            return ::recv(connection_.get(), &said, 1, MSG_DONTWAIT);
+        });
+        if (count == 1 && said == whole && !hasSent_) return hasSent_ = true;
+        hasLeft_ = !(count == -1 && errno == EAGAIN);
+        return !hasLeft_;
+    }
+
     /// False: it has gone.
-    bool tell() const noexcept {
+    bool tell(char what) const noexcept {
         return trySystemCall(SystemCall::send, 1, [&](std::size_t) {
-                   return ::send(connection_.get(), &turn, 1, MSG_NOSIGNAL);
+                   return ::send(connection_.get(), &what, 1, MSG_NOSIGNAL);
                }) == 1;
     }
 
 private:
     void ready() noexcept override {
         const auto host = host_.lock();
-        if (host) host->departed(*this);
+        if (host) host->changed(*this);
     }
 
     const std::weak_ptr<Presence> host_;
     const FileDescriptor connection_;
-    bool hasLeft_ = false; ///< With the host's lock.
+    bool hasSent_ = false; ///< With the host's lock, as is the next.
+    bool hasLeft_ = false;
 };
 
 std::shared_ptr<Presence> Presence::create(const std::string& pipePath) {
@@ -161,27 +174,59 @@ void Presence::holdTurns() {
     givesTurn_ = false;
 }
 
-bool Presence::isTaken() {
-    const std::lock_guard guard(mutex_);
-    return holder_ != nullptr;
-}
-
 bool Presence::hasGone() {
     const std::lock_guard guard(mutex_);
     return holder_ && holder_->hasGone();
 }
 
-Task<> Presence::untilGone() {
-    const auto self = shared_from_this();
-    auto gone = withCheckedContinuation<>("presence", [this](CheckedContinuation<> continuation) {
-        const std::lock_guard guard(mutex_);
-        if (!holder_ || isClosed_ || holder_->hasGone()) return continuation.resume();
-        awaited_.emplace(std::move(continuation));
+Task<bool> Presence::isWhole() {
+    std::atomic<bool> isOver = false;
+    const Alarm limit(patience, [this, &isOver] {
+        isOver = true;
+        wake();
     });
-    co_await gone;
+    auto waiting = until(&Visitor::hasSent, &isOver);
+    co_await waiting;
+    const std::lock_guard guard(mutex_);
+    co_return holder_ && holder_->hasConfirmed();
+}
+
+void Presence::confirmAnswer() {
+    const std::lock_guard guard(mutex_);
+    if (holder_) holder_->tell(whole);
+}
+
+Task<> Presence::untilGone() {
+    auto waiting = until(&Visitor::hasGone, nullptr);
+    co_await waiting;
     std::shared_ptr<Visitor> visitor; // goes without the lock, which it may wait for
     const std::lock_guard guard(mutex_);
     visitor = std::exchange(holder_, nullptr);
+}
+
+/// Suspends until something is so of the client that has the turn, or all is over.
+Task<> Presence::until(bool (Visitor::*isSo)() const, const std::atomic<bool>* isOver) {
+    const auto self = shared_from_this();
+    for (bool waited = true; waited;) {
+        waited = false;
+        auto change =
+            withCheckedContinuation<>("presence", [&](CheckedContinuation<> continuation) {
+                const std::lock_guard guard(mutex_);
+                waited = holder_ && !isClosed_ && !(holder_.get()->*isSo)() && !(isOver && *isOver);
+                if (!waited) return continuation.resume();
+                awaited_.emplace(std::move(continuation));
+            });
+        co_await change;
+    }
+}
+
+void Presence::wake() noexcept {
+    std::optional<CheckedContinuation<>> awaited;
+    {
+        const std::lock_guard guard(mutex_);
+        awaited.swap(awaited_);
+    }
+    if (awaited) awaited->resume();
 }
 
 std::size_t Presence::visitors() {
@@ -248,24 +293,30 @@ void Presence::offerTurn() {
     while (givesTurn_ && !holder_ && !waiting_.empty()) {
         std::shared_ptr<Visitor> next = std::move(waiting_.front());
         waiting_.pop_front();
-        if (!next->tell()) continue;
+        if (!next->tell(turn)) continue;
         next->arm();
         holder_ = std::move(next);
     }
 }
 
-void Presence::departed(const Visitor& visitor) noexcept {
-    std::optional<CheckedContinuation<>> awaited;
+void Presence::changed(const Visitor& visitor) noexcept {
     std::function<void()> tell;
     {
         const std::lock_guard guard(mutex_);
         if (holder_.get() != &visitor) return;
-        holder_->leave();
-        awaited.swap(awaited_);
-        if (!awaited && departure_.release) departure_.release();
-        if (!awaited) tell = departure_.tell;
+        bool isHere = holder_->hear();
+        try {
+            if (isHere) holder_->arm();
+        } catch (const std::exception&) { // not heard of any more: as good as gone
+            holder_->leave();
+            isHere = false;
+        }
+        if (!isHere && !awaited_) {
+            if (departure_.release) departure_.release();
+            tell = departure_.tell;
+        }
     }
-    if (awaited) awaited->resume();
+    wake();
     if (tell) tell();
 }
 

@@ -6,6 +6,7 @@
 #include <Platform/runtime/detail/Alarm.h>
 #include <Platform/runtime/detail/Poller.h>
 
+#include <atomic>
 #include <cstddef>
 #include <deque>
 #include <functional>
@@ -17,6 +18,11 @@
 /// A socket beside a pipe, which tells who is there and whose turn it is. Nothing of the hand-off
 /// itself goes through it. docs/hand-off.md has the whole protocol.
 namespace Platform::detail {
+
+/// What the two sides say: the host that it is the client's turn; each that what it wrote into the
+/// pipe is whole.
+constexpr char turn = 1;
+constexpr char whole = 2;
 
 /// Where the presence of the host of a pipe is.
 std::string presencePath(const std::string& pipePath);
@@ -55,14 +61,18 @@ public:
     /// Nobody gets a turn until `giveTurn`.
     void holdTurns();
 
-    /// Whether a client has the turn.
-    bool isTaken();
-
     /// Whether the client that has the turn has gone; false also when nobody has it.
     bool hasGone();
 
-    /// Suspends until the client that has the turn has gone; takes the turn from it then. Not cut
-    /// short by cancellation, but by `close`.
+    /// Suspends until the client that has the turn has said that its question is whole; false when
+    /// it has gone without that, or says nothing for a second: what was read is not its own then.
+    Task<bool> isWhole();
+
+    /// Tells the client that has the turn that its answer is whole.
+    void confirmAnswer();
+
+    /// Suspends until the client that has the turn has gone; takes the turn from it then. This and
+    /// `isWhole` are not cut short by cancellation, but by `close`.
     Task<> untilGone();
 
     /// Clients with the turn or waiting for it.
@@ -78,7 +88,9 @@ private:
     void ready() noexcept override;
     void acceptVisitors();
     void offerTurn();
-    void departed(const Visitor& visitor) noexcept;
+    void changed(const Visitor& visitor) noexcept;
+    Task<> until(bool (Visitor::*isSo)() const, const std::atomic<bool>* isOver);
+    void wake() noexcept;
 
     const std::string path_;
     std::mutex mutex_;
@@ -86,7 +98,7 @@ private:
     FileDescriptor listener_;
     std::deque<std::shared_ptr<Visitor>> waiting_;
     std::shared_ptr<Visitor> holder_;
-    std::optional<CheckedContinuation<>> awaited_; ///< By `untilGone`.
+    std::optional<CheckedContinuation<>> awaited_; ///< By `until`.
     Alarm retry_;                                  ///< Of an accept that had no descriptor.
     bool givesTurn_ = false;
     bool isClosed_ = false;
