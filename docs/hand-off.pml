@@ -20,6 +20,7 @@ byte readOpens, writeOpens;   /* ever */
 
 /* What the kernel tells of the connections. */
 bool gone[CLIENTS];
+bool whole[CLIENTS];          /* the client has said that its request is */
 bool hostGone;
 byte ended;
 
@@ -114,6 +115,7 @@ proctype Client(byte me) {
     :: else -> break
     od;
     atomic { writes = false; closeWrite() };
+    whole[me] = true;
     openToRead();
     if
     :: writeOpens != seen
@@ -127,13 +129,16 @@ proctype Client(byte me) {
     CLIENT_MAY_DIE
     od;
 
-dying:  /* or done: the connection is closed first, the pipe after it */
-    gone[me] = true;
+dying:  /* or done; the connection may go before the pipe, or after it */
+    if
+    :: gone[me] = true
+    :: skip
+    fi;
     atomic {
         if :: writes -> writes = false; closeWrite() :: else fi;
-        if :: reads -> reads = false; closeRead() :: else fi;
-        ended++
-    }
+        if :: reads -> reads = false; closeRead() :: else fi
+    };
+    atomic { gone[me] = true; ended++ }
 }
 
 #ifdef PRESENCE
@@ -183,6 +188,10 @@ end:
     od;
 #ifdef PRESENCE
     givesTurn = false;
+    if
+    :: turn == 0 || whole[turn - 1] || gone[turn - 1]
+    HOST_MAY_DIE
+    fi;
     if
     :: turn != 0 && gone[turn - 1] -> turn = 0; goto receiving    /* withdrawn */
     :: else
