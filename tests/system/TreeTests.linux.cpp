@@ -302,8 +302,12 @@ TEST_F(Tree, NeedsFewDescriptors) {
         EXPECT_EQ(visitsOf(root).size(), 1U + 100 * entriesPerLevel);
     }
     for (const rlim_t free : {0U, 1U}) {
-        const DescriptorLimit limit(static_cast<rlim_t>(lowest) + free);
-        EXPECT_EQ(thrownNumber([&] { removeFrom(root); }), EMFILE) << "rather than miss entries";
+        EXPECT_EQ(thrownNumber([&] {
+                      const DescriptorLimit limit(static_cast<rlim_t>(lowest) + free);
+                      removeFrom(root);
+                  }),
+                  EMFILE)
+            << "rather than miss entries";
     }
 }
 
