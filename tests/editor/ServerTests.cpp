@@ -269,7 +269,12 @@ void expectAllowed(const Entries& answers, const Entries& entries) {
 /// the start, after the callback was called, or after the client was answered.
 struct Life {
     explicit Life(std::uint64_t random)
-        : client(server.path(), random % 4 == 0 ? "" : "<>", "\4path"), instant(random % 4) {}
+        : client(server.path(),
+                 random % 4 == 0   ? ""
+                 : random % 3 == 0 ? "@<>"
+                                   : "<>",
+                 "\4path"),
+          instant(random % 4) {}
 
     bool hasInstantCome() const {
         return instant < 2 || (instant == 2 ? asked > 0 : client.hasEnded());

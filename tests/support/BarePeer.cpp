@@ -1,5 +1,8 @@
 #include <support/BarePeer.h>
 
+#include <Platform/transport/detail/LocalSocket.h>
+#include <Platform/transport/detail/Presence.h>
+
 #include <array>
 #include <csignal>
 #include <utility>
@@ -23,9 +26,18 @@ void BarePeer::run() {
     sigaddset(&pipeSignal, SIGPIPE);
     ::pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
     for (const char direction : steps_) {
-        if (!step(direction)) break;
+        if (!(direction == '@' ? waitForTurn() : step(direction))) break;
     }
+    if (connection_ >= 0) ::close(connection_);
     ended_ = true;
+}
+
+bool BarePeer::waitForTurn() {
+    const detail::LocalAddress address(detail::presencePath(path_));
+    connection_ = detail::makeLocalSocket().release();
+    char said = 0;
+    return ::connect(connection_, address.get(), address.size()) == 0 &&
+           ::read(connection_, &said, 1) == 1 && said == detail::turn;
 }
 
 bool BarePeer::step(char direction) {
@@ -35,6 +47,7 @@ bool BarePeer::step(char direction) {
     ssize_t count = 0;
     if (mode == O_WRONLY) {
         count = ::write(pipe, message_.data(), message_.size());
+        if (connection_ >= 0) ::send(connection_, &detail::whole, 1, MSG_NOSIGNAL);
     } else {
         std::string text;
         std::array<char, 4096> chunk;

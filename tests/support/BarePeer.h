@@ -12,7 +12,8 @@ namespace Platform::Testing {
 class BarePeer {
 public:
     /// Goes through the steps in order: '<' opens the pipe, writes the message and closes, '>'
-    /// opens it and reads to the end. Stops at the first step that fails.
+    /// opens it and reads to the end; '@' connects to the host's presence, for as long as the steps
+    /// last, and waits for the turn. Stops at the first step that fails.
     BarePeer(std::string path, std::string steps, std::string message = {});
     BarePeer(const BarePeer&) = delete;
     BarePeer& operator=(const BarePeer&) = delete;
@@ -30,11 +31,13 @@ public:
 private:
     void run();
     bool step(char direction);
+    bool waitForTurn();
 
     const std::string path_;
     const std::string steps_;
     const std::string message_;
     std::vector<std::string> received_;
+    int connection_ = -1;
     std::atomic<bool> ended_ = false;
     std::thread thread_;
 };

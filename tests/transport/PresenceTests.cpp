@@ -262,6 +262,49 @@ TEST(Presence, ParallelClientsNeverCross) {
     }
 }
 
+/// Real git in parallel, two questions each, as a fetch of many submodules asks.
+TEST(Presence, ParallelToolsGetTheirOwnSecrets) {
+    const OwnTemporaryDirectory directory;
+    const Askpass::Server prompts([](std::string prompt) -> Task<std::optional<std::string>> {
+        co_return prompt.substr(0, 4) + prompt.substr(prompt.find("host-"), 7); // "User", "Pass"
+    });
+    auto fills = [&](TaskGroup<>& group) -> Task<> {
+        for (int i = 10; i < 34; ++i) {
+            const std::string host = "host-" + std::to_string(i);
+            const Cmd git = command(
+                "/bin/sh",
+                {"-c",
+                 "printf 'protocol=https\\nhost=" + host + "\\n\\n' |" + "git credential fill"},
+                {{"MV_EDITOR_CONN", prompts.path()}, {"GIT_ASKPASS", program("askpass-shim")}});
+            group.addTask([git, host]() -> Task<> {
+                EXPECT_EQ(co_await git.outputString({.timeLimit = patience}),
+                          "protocol=https\nhost=" + host + "\nusername=User" + host +
+                              "\npassword=Pass" + host + "\n");
+            });
+        }
+        co_await group.waitForAll();
+    };
+    auto working = withTaskGroup<>(fills);
+    runMain(std::move(working));
+}
+
+/// The example's window closes when the tool that waits for it is killed, and the next is served.
+TEST(Presence, ClosesTheWindowOfAToolThatGaveUp) {
+    const OwnTemporaryDirectory directory;
+    const std::string window = directory / "window";
+    write(directory / "editor", "#!/bin/sh\ncase $1 in *wait) trap \"rm '" + window +
+                                    "'; exit\" TERM; echo > '" + window +
+                                    "'; while :; do :; done;; esac\n");
+    std::filesystem::permissions(directory / "editor", std::filesystem::perms::owner_all);
+    const std::string shim = "'" + program("editor-shim") + "' ";
+    const auto result =
+        run({program("example-window-host"), directory / "editor",
+             shim + "/wait & while ! [ -e '" + window + "' ]; do :; done; " +
+                 "kill -9 $!; while [ -e '" + window + "' ]; do :; done; " + shim + "/next"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(result.output, "opened /wait\nclosed /wait\nopened /next\n");
+}
+
 TEST(Presence, TellsItsHostWhatGoesOn) {
     const OwnTemporaryDirectory directory;
     LogEntries log;
