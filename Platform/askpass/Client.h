@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/runtime/Task.h>
 
 /// The credential hand-off: a tool's question for a user name, password or pass phrase, answered by
@@ -8,7 +9,7 @@
 namespace Platform::Askpass {
 
 /// The program that the tool runs to ask its user.
-class Client {
+class PLATFORM_EXPORT Client {
 public:
     Client() = delete;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/runtime/Task.h>
 #include <Platform/transport/detail/HandOff.h>
 
@@ -18,7 +19,7 @@ namespace Platform::Askpass {
 /// is answered: make a new server then. Stopping it is no error.
 ///
 /// The library overwrites its own buffers that held an answer before it frees them.
-class Server final : public detail::HandOffServer {
+class PLATFORM_EXPORT Server final : public detail::HandOffServer {
 public:
     /// Asks the user; an answer, or absent when there is none. The prompt is the request's text,
     /// U+FFFD in place of what is not UTF-8. The answer is passed on unchanged; an empty one is an

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/async/detail/Wait.h>
+#include <Platform/base/Export.h>
 #include <Platform/base/detail/QuickMutex.h>
 
 #include <mutex>
@@ -14,7 +15,7 @@ namespace Platform {
 /// order in which they began to wait, each on its own executor. Operations allocate nothing, and
 /// any thread may call them. The condition outlives the waits on it. A task whose frame is
 /// destroyed while it waits is withdrawn.
-class AsyncCond {
+class PLATFORM_EXPORT AsyncCond {
     class Wait;
 
 public:

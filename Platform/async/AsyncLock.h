@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/async/detail/Wait.h>
+#include <Platform/base/Export.h>
 #include <Platform/runtime/Task.h>
 
 #include <coroutine>
@@ -17,7 +18,7 @@ namespace Platform {
 /// Not reentrant. Any thread may call any operation. The lock outlives the waits on it. Taking a
 /// free lock neither suspends nor allocates; waiting for one that is held allocates a small frame,
 /// and throws std::bad_alloc when there is no memory for it.
-class AsyncLock {
+class PLATFORM_EXPORT AsyncLock {
     template <class Result>
     class Locking;
 

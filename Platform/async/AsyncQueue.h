@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/async/detail/QueueState.h>
+#include <Platform/base/Export.h>
 #include <Platform/runtime/TaskPriority.h>
 #include <Platform/runtime/detail/RootTask.h>
 
@@ -13,7 +14,7 @@
 namespace Platform {
 
 /// One's hold on something that can be cancelled. Move-only; dropping it changes nothing.
-class Cancellable {
+class PLATFORM_EXPORT Cancellable {
 public:
     Cancellable(Cancellable&& other) noexcept
         : queue_(std::move(other.queue_)), operation_(std::exchange(other.operation_, nullptr)) {}
@@ -52,7 +53,7 @@ private:
 /// The tasks run on the shared cooperative pool, at the queue's priority: among ready tasks the
 /// more urgent are served first. Destroying the queue neither cancels nor waits: what was added
 /// runs on. Any thread may call any operation.
-class AsyncQueue {
+class PLATFORM_EXPORT AsyncQueue {
 public:
     /// At most `maxConcurrentTasks` blocks run at once, values below 1 meaning 1; 64 when absent.
     explicit AsyncQueue(std::optional<int> maxConcurrentTasks = std::nullopt,

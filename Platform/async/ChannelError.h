@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -8,7 +10,7 @@
 namespace Platform {
 
 /// Why an operation on an `AsyncChannel` failed; the same type for channels of all elements.
-class ChannelError : public std::exception {
+class PLATFORM_EXPORT ChannelError : public std::exception {
 public:
     enum Case : std::uint8_t {
         channelClosed, ///< The channel is closed, or was while the sender waited.

@@ -17,14 +17,6 @@ constexpr std::size_t smallestGrowth = 64;
 
 } // namespace
 
-Data::Data(std::span<const std::byte> bytes) {
-    if (bytes.empty()) return;
-    void* const block = std::malloc(bytes.size());
-    if (!block) throw std::bad_alloc();
-    bytes_ = static_cast<std::byte*>(std::memcpy(block, bytes.data(), bytes.size()));
-    size_ = capacity_ = bytes.size();
-}
-
 Data Data::secret() noexcept {
     Data data;
     data.isSecret_ = true;
@@ -49,11 +41,6 @@ Data& Data::operator=(Data&& other) noexcept {
     std::swap(capacity_, taken.capacity_);
     std::swap(isSecret_, taken.isSecret_);
     return *this;
-}
-
-void Data::release() noexcept {
-    if (isSecret_) wipe();
-    std::free(bytes_);
 }
 
 void Data::reserve(std::size_t capacity) {
@@ -105,10 +92,9 @@ void Data::reallocate(std::size_t capacity) {
         throw std::bad_alloc();
     }
     if (isSecret_ && bytes_) {
-        const std::size_t size = size_;
-        std::memcpy(block, bytes_, size);
-        release();
-        size_ = size;
+        std::memcpy(block, bytes_, size_);
+        detail::wipe(bytes_, capacity_);
+        std::free(bytes_);
     }
     bytes_ = static_cast<std::byte*>(block);
     capacity_ = capacity;

@@ -1,6 +1,11 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <new>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -15,14 +20,20 @@ namespace Platform {
 /// Every operation that grows throws `std::bad_alloc` and then leaves the object as it was.
 ///
 /// Const operations are callable from any thread; otherwise not synchronised.
-class Data {
+class PLATFORM_EXPORT Data {
 public:
     Data() noexcept = default;
     /// Empty, for a secret: every block is overwritten before it is given back, when the buffer
     /// grows and when it goes. What is copied or moved from it is a secret too.
     static Data secret() noexcept;
     /// Copies the bytes.
-    explicit Data(std::span<const std::byte> bytes);
+    explicit Data(std::span<const std::byte> bytes) {
+        if (bytes.empty()) return;
+        void* const block = std::malloc(bytes.size());
+        if (!block) throw std::bad_alloc();
+        bytes_ = static_cast<std::byte*>(std::memcpy(block, bytes.data(), bytes.size()));
+        size_ = capacity_ = bytes.size();
+    }
     /// Copies the bytes of the text.
     explicit Data(std::string_view text) : Data(std::as_bytes(std::span(text))) {}
 
@@ -33,7 +44,8 @@ public:
     Data& operator=(const Data& other);
     Data& operator=(Data&& other) noexcept;
     ~Data() {
-        if (bytes_) release();
+        if (isSecret_ && bytes_) wipe();
+        std::free(bytes_);
     }
 
     std::byte* data() noexcept { return bytes_; }
@@ -81,7 +93,6 @@ public:
 
 private:
     void reallocate(std::size_t capacity);
-    void release() noexcept;
 
     std::byte* bytes_ = nullptr;
     std::size_t size_ = 0;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <exception>
 #include <string>
 #include <system_error>
@@ -9,7 +11,7 @@ namespace Platform {
 /// A failed system call, or a condition of our own that borrows a system error number.
 ///
 /// The code is in the system category, so it compares equal to the matching `std::errc`.
-class Errno : public std::system_error {
+class PLATFORM_EXPORT Errno : public std::system_error {
 public:
     /// `what()` is the system's one-line description of `number` alone ("No such file or
     /// directory").
@@ -27,6 +29,6 @@ public:
 /// Control characters and line ends become spaces (see `singleLine`).
 ///
 /// A null pointer is an unknown error. Callable from any thread.
-std::string errorDescription(const std::exception_ptr& error) noexcept;
+PLATFORM_EXPORT std::string errorDescription(const std::exception_ptr& error) noexcept;
 
 } // namespace Platform

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/base/Data.h>
+#include <Platform/base/Export.h>
 
 #include <cstddef>
 #include <span>
@@ -14,7 +15,7 @@ namespace Platform {
 /// failing call; interrupted calls are repeated and never reported. The operations block as the
 /// descriptor does. Const operations are callable from any thread, but not while another thread
 /// closes the descriptor.
-class FileDescriptor {
+class PLATFORM_EXPORT FileDescriptor {
 public:
     /// Owns nothing.
     FileDescriptor() noexcept = default;

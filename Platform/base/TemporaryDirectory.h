@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <string>
 
 namespace Platform {
@@ -10,7 +12,7 @@ namespace Platform {
 /// `TMPDIR` first; then macOS: the system's own directory for the user, Linux: `XDG_RUNTIME_DIR`;
 /// else /tmp. A variable that is empty or not an absolute path does not count. Callable from any
 /// thread, as `getenv` is.
-std::string temporaryDirectory();
+PLATFORM_EXPORT std::string temporaryDirectory();
 
 /// Makes a directory that nobody else can put things into, or accepts the one that is there.
 /// Returns `path` without trailing slashes.
@@ -23,11 +25,11 @@ std::string temporaryDirectory();
 /// Callable from any thread and process at the same time. Throws `Errno`, `what()` naming the path:
 /// `EACCES` for somebody else's or a writable directory, with owner and mode; `ENOTDIR` for a
 /// symbolic link or anything else that is no directory; else the number of the failing call.
-std::string makePrivateDirectory(const std::string& path);
+PLATFORM_EXPORT std::string makePrivateDirectory(const std::string& path);
 
 /// A fresh path for a named pipe: a new UUID in the private directory
 /// "app.morvel.pkg.platform.fifo" of the temporary directory, which is made if need be. Makes
 /// nothing at the path itself. Throws as `makePrivateDirectory` and `makeUUID` do.
-std::string makeTemporaryPipePath();
+PLATFORM_EXPORT std::string makeTemporaryPipePath();
 
 } // namespace Platform

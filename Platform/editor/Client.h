@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/runtime/Task.h>
 
 /// The editor hand-off: a version-control tool's question "edit this file", answered by a desktop
@@ -7,7 +8,7 @@
 namespace Platform::Editor {
 
 /// The program that the tool runs as its editor.
-class Client {
+class PLATFORM_EXPORT Client {
 public:
     Client() = delete;
 

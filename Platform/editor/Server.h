@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/runtime/Task.h>
 #include <Platform/transport/detail/HandOff.h>
 
@@ -15,7 +16,7 @@ namespace Platform::Editor {
 /// the tools that you start. When serving ends by an error (a client that died in the middle of its
 /// request, a pipe that was removed), one entry is written to the log, label "editorServer", and no
 /// further request is answered: make a new server then.
-class Server final : public detail::HandOffServer {
+class PLATFORM_EXPORT Server final : public detail::HandOffServer {
 public:
     /// Shows the file to the user; true accepts the edit, false declines it. The path is the
     /// request's text, U+FFFD in place of what is not UTF-8.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/runtime/Task.h>
 
 #include <type_traits>
@@ -8,13 +9,13 @@
 namespace Platform {
 
 /// Whether the task that runs on this thread was cancelled. False outside any task.
-bool isTaskCancelled() noexcept;
+PLATFORM_EXPORT bool isTaskCancelled() noexcept;
 
 /// Throws CancellationError when the task that runs on this thread was cancelled.
-void checkCancellation();
+PLATFORM_EXPORT void checkCancellation();
 
 /// The priority of the task that runs on this thread; `unspecified` outside any task.
-TaskPriority currentTaskPriority() noexcept;
+PLATFORM_EXPORT TaskPriority currentTaskPriority() noexcept;
 
 namespace detail {
 

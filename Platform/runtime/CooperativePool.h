@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/runtime/Executor.h>
 
 #include <cstddef>
@@ -15,7 +16,7 @@ namespace Platform {
 /// slot held before goes to the worker's queue, from where idle workers take it; and a slot that
 /// its worker does not come to for a while is taken over too. More urgent tasks come first;
 /// fairness among equals is kept by serving the queues now and then although the slot is full.
-class CooperativePool final : public Executor {
+class PLATFORM_EXPORT CooperativePool final : public Executor {
 public:
     /// Starts the threads; `workers` is at least 1. Throws std::system_error.
     explicit CooperativePool(std::size_t workers);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 namespace Platform {
 
 namespace detail {
@@ -12,7 +14,7 @@ class TaskContext;
 /// Users name executors only to build their own (a window system's event loop, a test's schedule):
 /// keep what `enqueue` hands over and call `TaskContext::run()` on it from the thread of your
 /// choice.
-class Executor {
+class PLATFORM_EXPORT Executor {
 public:
     Executor() = default;
     Executor(const Executor&) = delete;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <memory>
 #include <utility>
 
@@ -8,7 +10,7 @@ namespace Platform {
 namespace detail {
 
 /// A piece of work on a serial queue.
-class SerialWork {
+class PLATFORM_EXPORT SerialWork {
 public:
     SerialWork() = default;
     SerialWork(const SerialWork&) = delete;
@@ -32,7 +34,7 @@ class SerialQueueState;
 /// An idle queue costs no thread. A queue that has work runs it on a thread of the process's
 /// elastic pool of blocking threads, named after the queue meanwhile. Work that was submitted is
 /// run also when the queue object goes before.
-class SerialQueue {
+class PLATFORM_EXPORT SerialQueue {
 public:
     /// `label` must live as long as the process (a literal).
     explicit SerialQueue(const char* label);

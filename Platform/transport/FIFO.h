@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/base/Data.h>
+#include <Platform/base/Export.h>
 #include <Platform/base/FileDescriptor.h>
 
 #include <cstddef>
@@ -19,7 +20,7 @@ namespace Platform {
 ///
 /// Every operation blocks the calling thread: opens wait for the other side, reads for bytes or
 /// end-of-file. Not synchronised. Failures are thrown as `Errno`.
-class FIFO : public std::enable_shared_from_this<FIFO> {
+class PLATFORM_EXPORT FIFO : public std::enable_shared_from_this<FIFO> {
     struct Token {};
 
 public:

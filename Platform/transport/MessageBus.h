@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/base/Data.h>
+#include <Platform/base/Export.h>
 #include <Platform/runtime/SerialQueue.h>
 #include <Platform/runtime/Task.h>
 
@@ -28,7 +29,7 @@ class HandOffServer;
 /// pipe leaves it. The blocking work runs on the bus's own serial queue, one operation at a time in
 /// the order in which they were begun; the calling task is suspended meanwhile, and goes on on its
 /// own executor. All operations may be called from any thread.
-class MessageBus : public std::enable_shared_from_this<MessageBus> {
+class PLATFORM_EXPORT MessageBus : public std::enable_shared_from_this<MessageBus> {
     struct Token {};
     struct State;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/async/detail/Wait.h>
+#include <Platform/base/Export.h>
 #include <Platform/base/detail/MessageBlock.h>
 #include <Platform/base/detail/QuickMutex.h>
 
@@ -15,7 +16,7 @@ class QueueState;
 
 /// One block in a queue, from its adding to its end: it waits for a slot, then runs; or it is
 /// cancelled before it has begun, and ends without having run.
-class QueueOperation : public TaskContext, public Link {
+class PLATFORM_EXPORT QueueOperation : public TaskContext, public Link {
 public:
     static void* operator new(std::size_t size) { return allocateMessageBlock(size); }
     static void operator delete(void* block) noexcept { freeMessageBlock(block); }
@@ -41,7 +42,7 @@ private:
 };
 
 /// What a queue and its operations share.
-class QueueState : public std::enable_shared_from_this<QueueState> {
+class PLATFORM_EXPORT QueueState : public std::enable_shared_from_this<QueueState> {
 public:
     explicit QueueState(std::size_t slots) noexcept : freeSlots_(slots) {}
 

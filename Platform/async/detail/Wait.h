@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/base/detail/LinkedList.h>
 #include <Platform/runtime/detail/CancellationHandler.h>
 #include <Platform/runtime/detail/TaskContext.h>
@@ -14,7 +15,7 @@ namespace Platform::detail {
 
 /// A suspended task in the line of some primitive. Lives in the awaiter, in the task's own frame,
 /// so that waiting allocates nothing.
-struct Waiter : Link {
+struct PLATFORM_EXPORT Waiter : Link {
     TaskContext* task = nullptr;
 };
 

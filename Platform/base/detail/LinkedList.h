@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 namespace Platform::detail {
 
 template <class Element>
@@ -7,7 +9,7 @@ class LinkedList;
 
 /// What an object needs in order to stand in a list: derive from it. Allocates nothing; in one list
 /// at a time, which outlives it there.
-class Link {
+class PLATFORM_EXPORT Link {
 public:
     Link() noexcept = default;
     Link(const Link&) = delete;
@@ -34,7 +36,7 @@ private:
 
 /// Objects derived from `Link`, in the order in which they were appended; owned elsewhere.
 template <class Element>
-class LinkedList {
+class PLATFORM_EXPORT LinkedList {
 public:
     LinkedList() noexcept { ends_.previous_ = ends_.next_ = &ends_; }
     LinkedList(const LinkedList&) = delete;

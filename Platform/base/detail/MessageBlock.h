@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <cstddef>
 
 namespace Platform::detail {
@@ -10,7 +12,7 @@ namespace Platform::detail {
 /// memory.
 ///
 /// Throws std::bad_alloc. From any thread; does not block.
-void* allocateMessageBlock(std::size_t size);
-void freeMessageBlock(void* block) noexcept;
+PLATFORM_EXPORT void* allocateMessageBlock(std::size_t size);
+PLATFORM_EXPORT void freeMessageBlock(void* block) noexcept;
 
 } // namespace Platform::detail

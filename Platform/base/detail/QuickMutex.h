@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <atomic>
 #include <cstdint>
 
@@ -8,7 +10,7 @@ namespace Platform::detail {
 /// A mutex for critical sections of a few instructions: who finds it taken looks again for as long
 /// as a few of them last, before the thread sleeps. (A `std::mutex` puts the thread to sleep at
 /// once, which costs a hundred times the section.) For `std::lock_guard`.
-class QuickMutex {
+class PLATFORM_EXPORT QuickMutex {
 public:
     QuickMutex() = default;
     QuickMutex(const QuickMutex&) = delete;

@@ -19,6 +19,7 @@ enum class SystemCall : unsigned char {
     mkdir,
     fstat,
     lstat,
+    readlink,
     getentropy,
     socket,
     bind,

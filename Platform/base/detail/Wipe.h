@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <cstddef>
 #include <cstring>
 #include <new>
@@ -49,8 +51,8 @@ template <>
 class WipedWhenFreed<true> {
 public:
     // Not inline: g++ takes the one for mismatched with the other when it inlines one only.
-    static void* operator new(std::size_t size);
-    static void operator delete(void* memory, std::size_t size) noexcept;
+    PLATFORM_EXPORT static void* operator new(std::size_t size);
+    PLATFORM_EXPORT static void operator delete(void* memory, std::size_t size) noexcept;
 };
 
 } // namespace Platform::detail

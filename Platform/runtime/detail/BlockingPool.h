@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
@@ -24,7 +26,7 @@ private:
 };
 
 /// A thread outside the pool that is ready to run blocking work while it has nothing else to do.
-class ThreadLender {
+class PLATFORM_EXPORT ThreadLender {
 public:
     /// True: will run the job, soon. Called with the pool's lock held.
     virtual bool take(BlockingJob& job) noexcept = 0;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <atomic>
 #include <cstdint>
 
@@ -13,7 +15,7 @@ class TaskContext;
 /// A task is sequential, so its handlers are entered and left like a stack, by the task alone; the
 /// one other party is the single thread whose `TaskContext::cancel()` came first, which takes the
 /// whole stack at once and calls the handlers, innermost first.
-class CancellationHandler {
+class PLATFORM_EXPORT CancellationHandler {
 public:
     /// Called at most once, by the cancelling thread, after the task's flag was set.
     using Function = void (*)(CancellationHandler&) noexcept;

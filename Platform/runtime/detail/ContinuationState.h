@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/runtime/detail/TaskPromise.h>
 
 #include <atomic>
@@ -10,7 +11,7 @@
 namespace Platform::detail {
 
 /// What the waiting task and the continuation's copies share. Lives as long as either.
-class ContinuationStateBase {
+class PLATFORM_EXPORT ContinuationStateBase {
 public:
     ContinuationStateBase(const ContinuationStateBase&) = delete;
     ContinuationStateBase& operator=(const ContinuationStateBase&) = delete;

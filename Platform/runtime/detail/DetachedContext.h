@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/runtime/detail/TaskContext.h>
 
 #include <atomic>
@@ -8,7 +9,7 @@
 namespace Platform::detail {
 
 /// A detached task: its end wakes the one task that may wait for it.
-class DetachedContext : public TaskContext {
+class PLATFORM_EXPORT DetachedContext : public TaskContext {
 public:
     bool hasEnded() const noexcept {
         return waiter_.load(std::memory_order_acquire) == endedMark();

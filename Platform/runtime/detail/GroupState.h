@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/base/detail/LinkedList.h>
 #include <Platform/runtime/detail/TaskContext.h>
 #include <Platform/runtime/detail/TaskPromise.h>
@@ -13,7 +14,7 @@ namespace Platform::detail {
 class GroupState;
 
 /// A task group's child: stands in one of its group's lists.
-class ChildContext : public TaskContext, public Link {
+class PLATFORM_EXPORT ChildContext : public TaskContext, public Link {
 protected:
     explicit ChildContext(GroupState& group) noexcept;
 
@@ -27,7 +28,7 @@ private:
 
 /// What a task group knows of its children. Used by the parent's task, the ending children and
 /// whoever cancels.
-class GroupState {
+class PLATFORM_EXPORT GroupState {
 public:
     /// To be made by the task whose children these are.
     GroupState() noexcept : parent_(*TaskContext::current()) {}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/runtime/Executor.h>
 #include <Platform/runtime/detail/BlockingPool.h>
 #include <Platform/runtime/detail/ReadyQueue.h>
@@ -12,7 +13,7 @@ namespace Platform::detail {
 class MainExecutor;
 
 /// The task of a `runMain`: its end ends the loop.
-class MainContext : public TaskContext {
+class PLATFORM_EXPORT MainContext : public TaskContext {
 protected:
     explicit MainContext(MainExecutor& executor) noexcept;
 
@@ -23,7 +24,7 @@ private:
 };
 
 /// Runs tasks on the thread that calls `runUntilEnd`.
-class MainExecutor final : public Executor, private ThreadLender {
+class PLATFORM_EXPORT MainExecutor final : public Executor, private ThreadLender {
 public:
     explicit MainExecutor(bool lendsThread) noexcept;
     ~MainExecutor();

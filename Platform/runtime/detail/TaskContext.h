@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/runtime/Executor.h>
 #include <Platform/runtime/TaskPriority.h>
 #include <Platform/runtime/detail/CancellationHandler.h>
@@ -19,7 +20,7 @@ namespace Platform::detail {
 ///
 /// Reference counted: one reference belongs to the run from construction to `finish()`, one to each
 /// handle.
-class TaskContext {
+class PLATFORM_EXPORT TaskContext {
 public:
     TaskContext(const TaskContext&) = delete;
     TaskContext& operator=(const TaskContext&) = delete;

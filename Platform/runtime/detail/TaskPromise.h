@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/base/detail/Wipe.h>
 #include <Platform/runtime/detail/TaskContext.h>
 
@@ -39,7 +40,7 @@ T takeOutcome(Outcome<T>& outcome) {
 }
 
 /// What the promises of all tasks share.
-class PromiseBase {
+class PLATFORM_EXPORT PromiseBase {
 public:
     PromiseBase() = default;
     PromiseBase(const PromiseBase&) = delete;
