@@ -14,20 +14,28 @@ std::atomic<detail::LogSink> logSink{nullptr};
 } // namespace
 
 void Logger::error(std::string_view description) const noexcept {
+    write(description, true);
+}
+
+void Logger::error(const std::exception_ptr& error) const noexcept {
+    write(errorDescription(error), true);
+}
+
+void Logger::expectedError(const std::exception_ptr& error) const noexcept {
+    write(errorDescription(error), false);
+}
+
+void Logger::write(std::string_view description, bool leavesTrace) const noexcept {
     try {
         const std::string line = singleLine(description);
         if (const detail::LogSink sink = logSink.load()) {
             sink(label_, "error: " + line);
         } else {
-            detail::writeLogEntry(label_, line);
+            detail::writeLogEntry(label_, line, leavesTrace);
         }
     } catch (...) {
         return; // out of memory: the entry is lost
     }
-}
-
-void Logger::error(const std::exception_ptr& error) const noexcept {
-    this->error(std::string_view(errorDescription(error)));
 }
 
 namespace detail {

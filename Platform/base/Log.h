@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <exception>
 #include <string_view>
 
@@ -13,7 +15,7 @@ namespace Platform {
 ///
 /// Keeps no process-wide state and nothing open. Callable from any thread. Waits for no logger,
 /// but standard error blocks as it is set up to. An entry for which there is no memory is lost.
-class Logger {
+class PLATFORM_EXPORT Logger {
 public:
     /// `label` is kept by pointer and outlives the logger: a literal.
     explicit constexpr Logger(const char* label) noexcept : label_(label) {}
@@ -24,7 +26,12 @@ public:
     /// The same with the exception's description (see `errorDescription`).
     void error(const std::exception_ptr& error) const noexcept;
 
+    /// The same for an end that was asked for: where no system logger listens, it goes nowhere.
+    void expectedError(const std::exception_ptr& error) const noexcept;
+
 private:
+    void write(std::string_view description, bool leavesTrace) const noexcept;
+
     const char* label_;
 };
 

@@ -73,9 +73,9 @@ bool sendToSystemLogger(const char* socketPath, std::string_view label, std::str
     return count == static_cast<ssize_t>(entry.size());
 }
 
-void writeLogEntry(const char* label, const std::string& description) {
+void writeLogEntry(const char* label, const std::string& description, bool leavesTrace) {
     const std::string text = "error: " + description;
-    if (sendToSystemLogger("/dev/log", label, text)) {
+    if (sendToSystemLogger("/dev/log", label, text) || !leavesTrace) {
         return;
     }
     std::string line(label);

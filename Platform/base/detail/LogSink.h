@@ -14,7 +14,8 @@ using LogSink = void (*)(const char* label, std::string_view text);
 LogSink setLogSink(LogSink sink) noexcept;
 
 /// Writes the entry "error: " and `description`, a single line, to the system's log or to what
-/// stands in for it. One implementation a system. Throws `std::bad_alloc`.
-void writeLogEntry(const char* label, const std::string& description);
+/// stands in for it; to the log alone unless it `leavesTrace`. One implementation a system. Throws
+/// `std::bad_alloc`.
+void writeLogEntry(const char* label, const std::string& description, bool leavesTrace);
 
 } // namespace Platform::detail

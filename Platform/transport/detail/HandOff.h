@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/base/Log.h>
 #include <Platform/runtime/Task.h>
 #include <Platform/runtime/TaskHandle.h>
@@ -34,7 +35,7 @@ Task<MessageBus::Message> askHost(MessageBus::Message::ID request, int usageErro
 /// Clients of ours get their turns in the order in which they came. One that goes before its answer
 /// cancels the callback's task, is not answered, and holds nobody up; when the host goes, all its
 /// clients end.
-class HandOffServer {
+class PLATFORM_EXPORT HandOffServer {
 public:
     HandOffServer(const HandOffServer&) = delete;
     HandOffServer& operator=(const HandOffServer&) = delete;
@@ -50,9 +51,10 @@ public:
     /// their turns. Callable from any thread.
     std::size_t openHandOffs() const;
 
-    /// Suspends until no further request is answered: returns once the server was stopped, throws
-    /// the error that ended serving otherwise. Any number of tasks may await it, for as long as the
-    /// server lives. Throws CancellationError when the waiting task is cancelled.
+    /// Suspends until no request is answered any more, and the last callback has ended: returns
+    /// when the server was stopped, throws the error that ended serving otherwise. Any number of
+    /// tasks may await it, for as long as the server lives. Throws CancellationError when the
+    /// waiting task is cancelled.
     Task<> untilEnded() const;
 
     /// Cancels the serving task, removes the pipe and releases its openers. Does not wait for the

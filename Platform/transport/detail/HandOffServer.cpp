@@ -112,9 +112,11 @@ Task<void> HandOffServer::serve(std::shared_ptr<Service> service, Answer answer)
             co_await answering;
         }
     } catch (...) {
-        if (!isTaskCancelled()) service->error = std::current_exception();
-        if (service->endingLog == EndingLog::always || !isTaskCancelled()) {
-            service->logger.error(std::current_exception());
+        if (!isTaskCancelled()) {
+            service->error = std::current_exception();
+            service->logger.error(service->error);
+        } else if (service->endingLog == EndingLog::always) {
+            service->logger.expectedError(std::current_exception());
         }
     }
     if (service->presence) service->presence->close();
