@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <map>
 #include <string>
 #include <vector>
@@ -8,7 +10,7 @@ namespace Platform {
 
 /// The base of a small command-line program: a subclass puts the work into `main`, and the program
 /// makes one and calls `run`.
-class CommandLineTool {
+class PLATFORM_EXPORT CommandLineTool {
 public:
     CommandLineTool() = default;
     virtual ~CommandLineTool() = default;

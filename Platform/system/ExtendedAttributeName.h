@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <string>
 #include <utility>
 
@@ -10,7 +12,7 @@ namespace Platform {
 /// A plain value. Any text will do; the system decides what it takes, and sees what stands before a
 /// NUL only. On Linux a name begins with its class, and "user." is the one that is everybody's:
 /// nothing is added here.
-struct ExtendedAttributeName {
+struct PLATFORM_EXPORT ExtendedAttributeName {
     explicit ExtendedAttributeName(std::string name) : rawValue(std::move(name)) {}
 
     /// What macOS marks downloaded files with.

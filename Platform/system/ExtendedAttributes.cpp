@@ -25,7 +25,7 @@ std::ptrdiff_t attributeSize(const char* path, const char* name) {
 } // namespace
 
 std::filesystem::path ExtendedAttributes::Visit::path() const {
-    return walk_ ? std::filesystem::path(walk_->path()) : *root_;
+    return walk_->path();
 }
 
 ExtendedAttributes::ExtendedAttributes(std::filesystem::path filePath)
@@ -83,28 +83,22 @@ void ExtendedAttributes::removeAttributeRecursive(const ExtendedAttributeName& n
 
 void ExtendedAttributes::removeFromTree(const ExtendedAttributeName& name, Options options,
                                         const Observer* visit) const {
-    const char* const root = filePath_.c_str();
-    const char* const attribute = name.rawValue.c_str();
-
-    const auto dealWith = [&](detail::TreeWalk* walk, bool isThere, const auto& remove) {
+    detail::TreeWalk walk(filePath_.c_str());
+    const detail::TreeAttribute attribute(name.rawValue.c_str());
+    do {
         bool removed = false;
         int failure = 0;
-        if (isThere) {
-            removed = detail::trySystemCall(SystemCall::removeAttribute, remove) == 0;
-            // It was there a moment ago, so it was deleted.
-            if (!removed && errno != ENOENT) failure = errno;
+        if (attribute.isAt(walk)) {
+            removed = detail::trySystemCall(SystemCall::removeAttribute,
+                                            [&] { return attribute.removeAt(walk, options); }) == 0;
+            if (!removed) failure = errno;
         }
-        if (!visit && failure == 0) return;
-        const Visit done(filePath_, walk, removed, failure);
-        if (!visit) throw Errno(failure, done.path().native());
-        (*visit)(done);
-    };
-
-    dealWith(nullptr, attributeSize(root, attribute) >= 0,
-             [&] { return detail::removeAttribute(root, attribute, options); });
-    detail::TreeWalk walk(root);
-    for (const detail::TreeAttribute tree(attribute); walk.next();)
-        dealWith(&walk, tree.isAt(walk), [&] { return tree.removeAt(walk, options); });
+        if (visit) {
+            (*visit)(Visit(walk, removed, failure));
+        } else if (failure != 0) {
+            throw Errno(failure, walk.path());
+        }
+    } while (walk.next());
 }
 
 } // namespace Platform

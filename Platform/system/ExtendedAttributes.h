@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Platform/base/Data.h>
+#include <Platform/base/Export.h>
 #include <Platform/system/ExtendedAttributeName.h>
 
 #include <cstddef>
@@ -26,7 +27,7 @@ class TreeWalk;
 /// Failures are thrown as `Errno` with the number of the failing call. Those to expect: a missing
 /// attribute (`ENODATA`, on macOS `ENOATTR`), a missing file (`ENOENT`), a file that may not be
 /// read or changed (`EACCES`, `EPERM`), a file system without attributes (`ENOTSUP`).
-class ExtendedAttributes {
+class PLATFORM_EXPORT ExtendedAttributes {
 public:
     /// A set of options, whose bits are macOS's own and handed to it unchanged. Linux knows the
     /// first three and ignores all others.
@@ -70,12 +71,10 @@ public:
 
     private:
         friend ExtendedAttributes;
-        Visit(const std::filesystem::path& root, detail::TreeWalk* walk, bool removed,
-              int failure) noexcept
-            : root_(&root), walk_(walk), removed_(removed), failure_(failure) {}
+        Visit(detail::TreeWalk& walk, bool removed, int failure) noexcept
+            : walk_(&walk), removed_(removed), failure_(failure) {}
 
-        const std::filesystem::path* root_;
-        detail::TreeWalk* walk_; ///< Stands at the entry; null for the root.
+        detail::TreeWalk* walk_; ///< Stands at the entry.
         bool removed_;
         int failure_;
     };
@@ -85,7 +84,8 @@ public:
     const std::filesystem::path& filePath() const noexcept { return filePath_; }
 
     /// The attribute's value. Its size is asked for first, always of what a link points to. A value
-    /// that grows before it is read is an error (`ERANGE`), one that shrinks is followed by zeros.
+    /// that grows before it is read is an error (`ERANGE`) unless it was empty, which it then
+    /// stays; one that shrinks is followed by zeros.
     Data data(const ExtendedAttributeName& name, Options options) const;
 
     /// The same, decoded as `decodeUTF8` does; nothing is stripped.
@@ -112,9 +112,10 @@ public:
     /// directories below the root are not entered, nor are directories that cannot be read or have
     /// gone. Whether an entry has the attribute is asked as `hasAttribute` does; with `noFollow` a
     /// link to a file that has it is then itself to lose it. What does not have the attribute is
-    /// not touched, and what is deleted meanwhile is no error.
+    /// not touched, and what was deleted before its turn is no error.
     ///
-    /// The first removal that fails is thrown, the entry's path in its text; what was removed
+    /// The first removal that fails is thrown (`ENOENT` too, when the entry went just after it was
+    /// asked), the entry's path in its text; what was removed
     /// before stays removed, and what comes later has not been looked at. Also thrown: `EMFILE`,
     /// `ENFILE` and `ENOMEM` when not even a few descriptors can be had, since entries would be
     /// missed.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <cstdint>
 #include <optional>
 
@@ -9,6 +11,6 @@ namespace Platform::Mach {
 /// tell. Out of date as soon as another thread starts or ends one.
 ///
 /// Callable from any thread; does not block. Throws `std::bad_alloc` only.
-std::optional<std::int64_t> numberOfActiveThreads();
+PLATFORM_EXPORT std::optional<std::int64_t> numberOfActiveThreads();
 
 } // namespace Platform::Mach

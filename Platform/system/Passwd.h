@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <optional>
 #include <string>
 
@@ -11,7 +13,7 @@ namespace Platform {
 ///
 /// A plain value that owns its texts, so that later lookups by anybody do not change it. Const
 /// operations are callable from any thread.
-class Passwd {
+class PLATFORM_EXPORT Passwd {
 public:
     /// Copies the texts of the C library's record, which need not live on. Throws `std::bad_alloc`.
     explicit Passwd(const ::passwd& record);

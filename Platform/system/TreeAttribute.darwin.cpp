@@ -3,6 +3,7 @@
 #include <Platform/base/FileDescriptor.h>
 #include <Platform/base/detail/SystemCall.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <string>
 
@@ -19,12 +20,14 @@ bool fits(const std::string& path) {
     return path.size() < PATH_MAX;
 }
 
-/// For entries whose path is too long.
+/// For entries whose path is too long. Throws when descriptors run out: it would be missed.
 FileDescriptor open(const TreeWalk& walk, bool followLink) {
-    return FileDescriptor(trySystemCall(SystemCall::open, [&] {
+    FileDescriptor file(trySystemCall(SystemCall::open, [&] {
         return ::openat(walk.directory(), walk.name(),
                         O_RDONLY | O_NONBLOCK | O_CLOEXEC | (followLink ? 0 : O_SYMLINK));
     }));
+    if (!file && (errno == EMFILE || errno == ENFILE)) throwErrno();
+    return file;
 }
 
 } // namespace

@@ -2,9 +2,10 @@
 
 #include <Platform/base/detail/SystemCall.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
-#include <string_view>
 #include <utility>
 
 #include <fcntl.h>
@@ -14,31 +15,28 @@
 namespace Platform::detail {
 namespace {
 
-// A path that every system takes in one piece.
-constexpr std::size_t longestPiece = 1000;
-
 bool isShortage(int number) noexcept {
     return number == EMFILE || number == ENFILE || number == ENOMEM;
 }
 
 } // namespace
 
-TreeWalk::TreeWalk(const char* root) : path_(root) {
-    Level level;
-    level.directory = open(AT_FDCWD, root, true);
-    if (!level.directory) return;
-    if (!path_.ends_with('/')) path_ += '/';
-    rootLength_ = level.pathLength = path_.size();
-    levels_.push_back(std::move(level));
+TreeWalk::TreeWalk(const char* root) : directory_(AT_FDCWD), path_(root) {
+    std::string_view rest(path_);
+    aboveRoot_ = approach(directory_, rest);
+    if (aboveRoot_) directory_ = aboveRoot_.get();
+    entry_.name = rest.data();
 }
 
 bool TreeWalk::next() {
+    if (std::exchange(isAtRoot_, false)) enterRoot();
     while (!levels_.empty()) {
         Level& level = levels_.back();
         const std::size_t waiting = names_.size() - level.namesBegin;
         if (!reader_.isBetweenReads() || (!level.isRead && waiting < mostWaiting)) {
             if (reader_.next(level.directory.get(), entry_)) {
                 ++level.count;
+                directory_ = level.directory.get();
                 if (entry_.mayBeDirectory) names_.append(entry_.name).push_back('\0');
                 return true;
             }
@@ -56,8 +54,19 @@ bool TreeWalk::next() {
 }
 
 const std::string& TreeWalk::path() {
+    if (isAtRoot_) return path_;
     path_.resize(levels_.back().pathLength);
     return path_.append(entry_.name);
+}
+
+void TreeWalk::enterRoot() {
+    Level level;
+    level.directory = open(directory_, entry_.name, true);
+    aboveRoot_.reset();
+    if (!level.directory) return;
+    if (!path_.ends_with('/')) path_ += '/';
+    rootLength_ = level.pathLength = path_.size();
+    levels_.push_back(std::move(level));
 }
 
 void TreeWalk::enterNext() {
@@ -146,20 +155,31 @@ FileDescriptor TreeWalk::openUpwards(const Level& below, const Level& level) {
 
 /// From the root down; empty when that does not lead there any more.
 FileDescriptor TreeWalk::openByName(const Level& level) {
-    FileDescriptor directory;
-    int from = levels_.front().directory.get();
+    const int root = levels_.front().directory.get();
     std::string_view rest(path_);
-    rest = rest.substr(rootLength_, level.pathLength - rootLength_);
-    while (!rest.empty()) { // it ends in a slash
-        std::size_t length = rest.substr(0, longestPiece).rfind('/');
-        if (length == rest.npos) length = rest.find('/');
-        directory = open(from, std::string(rest.substr(0, length)).c_str());
-        if (!directory) return directory;
-        from = directory.get();
-        rest.remove_prefix(length + 1);
-    }
-    if (!isSame(from, level)) directory.reset();
+    rest.remove_prefix(rootLength_);
+    FileDescriptor directory = approach(root, rest);
+    const char* const name = path_.c_str() + (path_.size() - rest.size());
+    directory = open(directory ? directory.get() : root, name);
+    if (directory && !isSame(directory.get(), level)) directory.reset();
     return directory;
+}
+
+/// Opens directories on the way until what is left of the path, which ends in a NUL, is short
+/// enough for one call. Returns the last one, if any; where the way ends early, the rest is too
+/// long for all calls.
+FileDescriptor TreeWalk::approach(int directory, std::string_view& path) {
+    FileDescriptor last;
+    while (path.size() >= PATH_MAX) {
+        const std::size_t slash = path.rfind('/', PATH_MAX - 2);
+        if (slash == path.npos) break;
+        last = open(directory, std::string(path.substr(0, slash + 1)).c_str(), true);
+        if (!last) break;
+        directory = last.get();
+        path.remove_prefix(std::min(path.find_first_not_of('/', slash), path.size()));
+        if (path.empty()) path = ".";
+    }
+    return last;
 }
 
 bool TreeWalk::isSame(int directory, const Level& level) {

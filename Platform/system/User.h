@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/system/Passwd.h>
 
 #include <cstdint>
@@ -10,7 +11,7 @@ namespace Platform {
 /// A user of the system, by number. Whether there is such a user is not asked.
 ///
 /// A plain value; const operations are callable from any thread.
-class User {
+class PLATFORM_EXPORT User {
 public:
     explicit constexpr User(std::uint32_t uid) noexcept : uid_(uid) {}
 

@@ -256,6 +256,10 @@ TEST(Text, DecodesAsUnicodeRecommends) {
     const std::string controls =
         "\r\t\x1B[\x1F\x7F\xC2\x80|\xC2\x85|\xC2\x9F|\xE2\x80\xA8\xE2\x80\xA9";
     const std::string kept = "caf\xC3\xA9 ~ \xC2\xA0 \xE2\x80\xA6 \xFF\xC2";
+    EXPECT_EQ(quotedForShell("/a-b_c.d:e%+,@=9"), "'/a-b_c.d:e%+,@=9'");
+    EXPECT_EQ(quotedForShell("/a-b_c.d:e%+,@9"), "/a-b_c.d:e%+,@9");
+    EXPECT_EQ(quotedForShell(""), "''");
+    EXPECT_EQ(quotedForShell("it's $HOME\n"), "'it'\\''s $HOME\n'");
     EXPECT_EQ(singleLine(controls + kept), "   [   | | |  " + kept);
 }
 

@@ -1,8 +1,7 @@
 #include <Platform/system/User.h>
 
 #include <cerrno>
-#include <fstream>
-#include <sstream>
+#include <map>
 #include <thread>
 #include <vector>
 
@@ -15,45 +14,27 @@ namespace {
 
 using detail::SystemCall;
 
-struct Entry {
-    std::uint32_t uid;
-    std::string home;
-    std::string shell;
-};
-
-/// The first entry of each user in the system's file.
-std::vector<Entry> entries() {
-    std::ifstream file("/etc/passwd");
-    std::vector<Entry> result;
-    std::set<std::string> seen;
-    for (std::string line; std::getline(file, line);) {
-        if (line.starts_with('#')) continue;
-        std::istringstream rest(line);
-        std::string name, password, uid, gid, comment, home, shell;
-        for (std::string* field : {&name, &password, &uid, &gid, &comment, &home})
-            std::getline(rest, *field, ':');
-        std::getline(rest, shell);
-        if (seen.insert(uid).second)
-            result.push_back({static_cast<std::uint32_t>(std::stoul(uid)), home, shell});
-    }
+/// The first record of each user, as the C library lists them.
+std::map<std::uint32_t, Passwd> allUsers() {
+    std::map<std::uint32_t, Passwd> result;
+    ::setpwent();
+    while (const ::passwd* record = ::getpwent()) // NOLINT(concurrency-mt-unsafe)
+        result.try_emplace(record->pw_uid, *record);
+    ::endpwent();
     return result;
 }
 
 } // namespace
 
 TEST(User, LooksItsEntryUpWithoutDisturbingOtherLookups) {
-    const std::vector<Entry> all = entries();
+    const std::map<std::uint32_t, Passwd> all = allUsers();
     ASSERT_GT(all.size(), 1U);
     const auto expectAll = [&] {
-        std::vector<Passwd> found;
-        for (const Entry& entry : all) {
-            const auto passwd = User(entry.uid).passwd();
-            ASSERT_TRUE(passwd) << entry.uid;
-            found.push_back(*passwd);
-        }
-        for (std::size_t i = 0; i < all.size(); ++i) { // after all the others were looked up
-            EXPECT_EQ(found[i].pwDir(), all[i].home);
-            EXPECT_EQ(found[i].pwShell(), all[i].shell);
+        for (const auto& [uid, expected] : all) {
+            const auto found = User(uid).passwd();
+            ASSERT_TRUE(found) << uid;
+            EXPECT_EQ(found->pwDir(), expected.pwDir());
+            EXPECT_EQ(found->pwShell(), expected.pwShell());
         }
     };
     std::vector<std::jthread> threads;
@@ -62,7 +43,7 @@ TEST(User, LooksItsEntryUpWithoutDisturbingOtherLookups) {
 
     EXPECT_FALSE(User(4'000'000'123).passwd());
     const Faults tooLong(Faults::failing(SystemCall::userEntry, ERANGE, 3));
-    EXPECT_EQ(User(all[0].uid).passwd()->pwDir(), all[0].home) << "with more room for the texts";
+    EXPECT_EQ(User(0).passwd()->pwDir(), all.at(0).pwDir()) << "with more room for the texts";
 }
 
 TEST(User, HasNoEntryWhenTheLookupFails) {

@@ -6,11 +6,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Platform::detail {
 
-/// Walks everything below a directory: see `ExtendedAttributes::removeAttributeRecursive`.
+/// Walks a file and everything below it: see `ExtendedAttributes::removeAttributeRecursive`. It
+/// stands at the file, the root, at first.
 ///
 /// A directory is read before those in it are entered, whose names wait on one stack meanwhile;
 /// that stack, and not a recursion, is what grows with the depth. Of directories with more such
@@ -23,16 +25,17 @@ public:
     /// Bytes of names after which a directory's reading pauses.
     static constexpr std::size_t mostWaiting = std::size_t{1} << 16;
 
-    /// A root that is no directory, or cannot be opened, has nothing below it.
+    /// Throws as `next` does.
     explicit TreeWalk(const char* root);
 
-    /// Moves on to the next entry; false when there is none. Throws `Errno` when descriptors or
-    /// memory of the system run out.
+    /// Moves on to the next entry; false when there is none. A root that is no directory, or cannot
+    /// be opened, has nothing below it. Throws `Errno` when descriptors or memory of the system run
+    /// out.
     bool next();
 
-    /// The entry's directory, open.
-    int directory() const noexcept { return levels_.back().directory.get(); }
-    /// The entry's name in it. Holds until `next` is called.
+    /// The directory that `name` starts from, open or the current one. Holds, like the name, until
+    /// `next` is called.
+    int directory() const noexcept { return directory_; }
     const char* name() const noexcept { return entry_.name; }
     /// The root and the way from there. Holds until `next` is called.
     const std::string& path();
@@ -51,17 +54,22 @@ private:
         bool isRead = false;        ///< To the end.
     };
 
+    void enterRoot();
     void enterNext();
     void leave();
     FileDescriptor open(int directory, const char* name, bool followLink = false);
     void closeOne();
     void reopen(Level& level, const Level& below);
+    FileDescriptor approach(int directory, std::string_view& path);
     FileDescriptor openUpwards(const Level& below, const Level& level);
     FileDescriptor openByName(const Level& level);
     static bool isSame(int directory, const Level& level);
 
     DirectoryReader reader_;
     DirectoryReader::Entry entry_{};
+    int directory_;
+    bool isAtRoot_ = true;
+    FileDescriptor aboveRoot_; ///< Only while at a root whose path no call takes.
     std::vector<Level> levels_;
     std::size_t firstOpen_ = 1; ///< The levels before it, the root aside, are closed.
     std::string names_;         ///< Each with its NUL.
