@@ -24,6 +24,10 @@ std::vector<std::string> arguments() {
     return detail::processArguments();
 }
 
+std::string executablePath() {
+    return detail::processPath();
+}
+
 std::map<std::string, std::string> environment() {
     std::map<std::string, std::string> result;
     visitEnvironment([&](std::string_view name, std::string_view value) {

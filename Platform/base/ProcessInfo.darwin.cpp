@@ -1,6 +1,11 @@
+#include <Platform/base/Errno.h>
 #include <Platform/base/detail/ProcessVectors.h>
 
+#include <cerrno>
+#include <cstdint>
+
 #include <crt_externs.h>
+#include <mach-o/dyld.h>
 
 namespace Platform::detail {
 
@@ -11,6 +16,15 @@ std::vector<std::string> processArguments() {
         result.emplace_back(vector[index]);
     }
     return result;
+}
+
+std::string processPath() {
+    std::uint32_t size = 0;
+    ::_NSGetExecutablePath(nullptr, &size);
+    std::string path(size, '\0');
+    if (::_NSGetExecutablePath(path.data(), &size) != 0) throw Errno(ENAMETOOLONG);
+    path.resize(path.find('\0'));
+    return path;
 }
 
 char** processEnvironment() noexcept {

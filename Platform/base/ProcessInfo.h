@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <map>
 #include <optional>
 #include <string>
@@ -18,14 +20,18 @@ namespace ProcessInfo {
 /// The argument list, the program path first. What a program removes from its own list in `main`
 /// is missing from then on. Linux: throws `Errno` where the list has to be read from the system
 /// and cannot be.
-std::vector<std::string> arguments();
+PLATFORM_EXPORT std::vector<std::string> arguments();
+
+/// The path of the program that this process runs, as the system knows it, whatever the argument
+/// list says. Throws `Errno` where the system does not tell.
+PLATFORM_EXPORT std::string executablePath();
 
 /// The current environment. Of entries with the same name the first counts; entries without '='
 /// are left out.
-std::map<std::string, std::string> environment();
+PLATFORM_EXPORT std::map<std::string, std::string> environment();
 
 /// The value of one variable as `environment` has it; nothing when it is missing.
-std::optional<std::string> environmentValue(std::string_view name);
+PLATFORM_EXPORT std::optional<std::string> environmentValue(std::string_view name);
 
 } // namespace ProcessInfo
 } // namespace Platform

@@ -54,6 +54,20 @@ std::vector<std::string> processArguments() {
     return result;
 }
 
+std::string processPath() {
+    std::string path(256, '\0');
+    for (;;) {
+        const auto size = systemCall(SystemCall::readlink, [&] {
+            return ::readlink("/proc/self/exe", path.data(), path.size());
+        });
+        if (static_cast<std::size_t>(size) < path.size()) {
+            path.resize(static_cast<std::size_t>(size));
+            return path;
+        }
+        path.resize(2 * path.size());
+    }
+}
+
 char** processEnvironment() noexcept {
     return environ;
 }

@@ -179,4 +179,19 @@ std::string singleLine(std::string_view text) {
     return result;
 }
 
+std::string quotedForShell(std::string_view text) {
+    constexpr std::string_view plain =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789%+,-./:@_";
+    if (!text.empty() && text.find_first_not_of(plain) == text.npos) return std::string(text);
+    std::string quoted = "'";
+    for (const char byte : text) {
+        if (byte == '\'') {
+            quoted += "'\\''";
+        } else {
+            quoted += byte;
+        }
+    }
+    return quoted + "'";
+}
+
 } // namespace Platform

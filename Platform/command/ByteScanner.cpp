@@ -1,5 +1,7 @@
 #include <Platform/command/ByteScanner.h>
 
+#include <Platform/command/detail/LineEnds.h>
+
 #include <algorithm>
 #include <bitset>
 #include <cstring>
@@ -39,6 +41,30 @@ std::size_t findAnyOf(string_view text, string_view bytes) noexcept {
 
 } // namespace
 
+std::optional<string_view> ByteScanner::take(std::size_t size, std::size_t delimiter) noexcept {
+    if (size == string_view::npos) return std::nullopt;
+    string_view piece = rest();
+    piece.remove_suffix(piece.size() - size);
+    offset_ += size + delimiter;
+    searched_ = std::max(searched_, offset_);
+    if (lineEnds_ != 0 && offset_ > block_) { // those that were passed
+        const std::size_t passed = offset_ - block_;
+        lineEnds_ = passed < detail::lineEndBlock ? lineEnds_ >> passed << passed : 0;
+    }
+    return piece;
+}
+
+bool ByteScanner::findLineEnds() noexcept {
+    const string_view all = data_.view();
+    while (lineEnds_ == 0 && searched_ < all.size()) {
+        block_ = searched_;
+        const string_view block = all.substr(block_, detail::lineEndBlock);
+        lineEnds_ = detail::findLineEnds(block);
+        searched_ += block.size();
+    }
+    return lineEnds_ != 0;
+}
+
 std::optional<string_view> ByteScanner::viewTo(string_view pattern, bool consume) noexcept {
     if (pattern.empty()) return std::nullopt;
     return take(rest().find(pattern), consume ? pattern.size() : 0);
@@ -70,11 +96,6 @@ std::optional<Data> ByteScanner::scanToAnyOf(std::span<const std::byte> bytes, b
     return scanToAnyOf(text(bytes), consume);
 }
 
-std::optional<Data> ByteScanner::scanToEndOfLine(bool consume) {
-    const std::size_t before = offset_;
-    return copied(viewToEndOfLine(consume), offset_, before);
-}
-
 std::optional<Data> ByteScanner::finish() {
     const std::size_t before = offset_;
     return copied(viewRest(), offset_, before);
@@ -91,8 +112,9 @@ std::size_t ByteScanner::trim() {
         data_ = Data(left);
     }
     offset_ = 0;
-    lineFeed_ -= std::min(lineFeed_, discarded);
-    carriageReturn_ -= std::min(carriageReturn_, discarded);
+    searched_ -= discarded;
+    if (lineEnds_ != 0 && block_ < discarded) lineEnds_ >>= discarded - block_;
+    block_ -= std::min(block_, discarded);
     return discarded;
 }
 

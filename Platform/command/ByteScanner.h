@@ -1,9 +1,11 @@
 #pragma once
 
 #include <Platform/base/Data.h>
+#include <Platform/base/Export.h>
 
-#include <algorithm>
+#include <bit>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -20,19 +22,20 @@ namespace Platform {
 /// A plain value: copies are independent, a moved-from one is as new. Scanning starts at `offset`,
 /// so scanned bytes are not looked at again; they are kept until `trim`. Throws `std::bad_alloc`
 /// and is then as it was.
-class ByteScanner {
+class PLATFORM_EXPORT ByteScanner {
 public:
     ByteScanner() noexcept = default;
     ByteScanner(const ByteScanner&) = default;
     ByteScanner(ByteScanner&& other) noexcept
         : data_(std::move(other.data_)), offset_(std::exchange(other.offset_, 0)),
-          lineFeed_(std::exchange(other.lineFeed_, 0)),
-          carriageReturn_(std::exchange(other.carriageReturn_, 0)) {}
+          lineEnds_(std::exchange(other.lineEnds_, 0)), block_(other.block_),
+          searched_(std::exchange(other.searched_, 0)) {}
     ByteScanner& operator=(ByteScanner other) noexcept {
         data_ = std::move(other.data_);
         offset_ = other.offset_;
-        lineFeed_ = other.lineFeed_;
-        carriageReturn_ = other.carriageReturn_;
+        lineEnds_ = other.lineEnds_;
+        block_ = other.block_;
+        searched_ = other.searched_;
         return *this;
     }
     ~ByteScanner() = default;
@@ -58,7 +61,20 @@ public:
 
     /// The piece before the first carriage return or line feed. Each is a delimiter by itself, so a
     /// pair of both has an empty piece between.
-    std::optional<Data> scanToEndOfLine(bool consume);
+    std::optional<Data> scanToEndOfLine(bool consume) {
+        if (lineEnds_ == 0 && !findLineEnds()) return std::nullopt;
+        const std::string_view line = lineFound();
+        const std::size_t offset = offset_;
+        const std::uint64_t lineEnds = lineEnds_;
+        passLine(line.size(), consume);
+        try {
+            return std::optional<Data>(std::in_place, line);
+        } catch (...) {
+            offset_ = offset;
+            lineEnds_ = lineEnds;
+            throw;
+        }
+    }
 
     /// Everything that is left, for a last piece without a delimiter; nothing when nothing is left.
     std::optional<Data> finish();
@@ -68,9 +84,10 @@ public:
     std::optional<std::string_view> viewTo(std::string_view pattern, bool consume) noexcept;
     std::optional<std::string_view> viewToAnyOf(std::string_view bytes, bool consume) noexcept;
     std::optional<std::string_view> viewToEndOfLine(bool consume) noexcept {
-        const std::size_t end =
-            std::min(nextPlaceOf('\n', lineFeed_), nextPlaceOf('\r', carriageReturn_));
-        return end == count() ? std::nullopt : take(end - offset_, consume ? 1 : 0);
+        if (lineEnds_ == 0 && !findLineEnds()) return std::nullopt;
+        const std::string_view line = lineFound();
+        passLine(line.size(), consume);
+        return line;
     }
     std::optional<std::string_view> viewRest() noexcept;
 
@@ -81,28 +98,29 @@ private:
     std::string_view rest() const noexcept { return data_.view().substr(offset_); }
 
     /// The next `size` bytes, which a delimiter follows; npos: it is not there.
-    std::optional<std::string_view> take(std::size_t size, std::size_t delimiter) noexcept {
-        if (size == std::string_view::npos) return std::nullopt;
-        const std::string_view piece(data_.view().data() + offset_, size);
-        offset_ += size + delimiter;
-        return piece;
-    }
+    std::optional<std::string_view> take(std::size_t size, std::size_t delimiter) noexcept;
 
-    /// Where the next such byte is, or the end. `known` is remembered: there is none before it.
-    std::size_t nextPlaceOf(char byte, std::size_t& known) const noexcept {
-        const std::string_view all = data_.view();
-        known = std::max(known, offset_);
-        if (known < all.size() && all[known] != byte) {
-            known = std::min(all.find(byte, known), all.size());
-        }
-        return known;
+    /// Looks for line ends, from `searched_` on; false: there are none.
+    bool findLineEnds() noexcept;
+    /// What stands before the first of `lineEnds_`.
+    std::string_view lineFound() const noexcept {
+        const auto place = static_cast<std::size_t>(std::countr_zero(lineEnds_));
+        return {data_.view().data() + offset_, block_ + place - offset_};
+    }
+    void passLine(std::size_t size, bool consume) noexcept {
+        offset_ += size;
+        if (!consume) return;
+        ++offset_;
+        lineEnds_ &= lineEnds_ - 1;
     }
 
     Data data_;
     std::size_t offset_ = 0;
-    // Text has line ends of one kind: the other is looked for once, not for each line.
-    std::size_t lineFeed_ = 0;
-    std::size_t carriageReturn_ = 0;
+    // Line ends are looked for in blocks, and remembered: a bit for each of a block's bytes that is
+    // one and has not been passed. Up to `searched_` there are no others.
+    std::uint64_t lineEnds_ = 0;
+    std::size_t block_ = 0;
+    std::size_t searched_ = 0;
 };
 
 } // namespace Platform

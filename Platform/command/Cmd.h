@@ -2,6 +2,7 @@
 
 #include <Platform/async/AsyncChannel.h>
 #include <Platform/base/Data.h>
+#include <Platform/base/Export.h>
 #include <Platform/runtime/Task.h>
 
 #include <chrono>
@@ -39,7 +40,7 @@ namespace Platform {
 /// throws `Errno` when that fails, and nothing runs then: `E2BIG` for more than 4096 arguments,
 /// before anything else is looked at, else the system's number, with a text that says which file
 /// it is about (never an argument or a variable, which may be secrets).
-struct Cmd {
+struct PLATFORM_EXPORT Cmd {
     using Channel = AsyncChannel<Data>;
 
     class ExitError;
@@ -115,7 +116,7 @@ struct Cmd {
 };
 
 /// What a run can do besides. Each is off unless it is asked for.
-struct Cmd::Options {
+struct PLATFORM_EXPORT Cmd::Options {
     using Time = std::chrono::milliseconds;
 
     /// The program is terminated when it runs for longer; whoever waits gets `Errno` (`ETIMEDOUT`)
@@ -137,17 +138,26 @@ struct Cmd::Options {
 
     /// The program leads a session of its own, without a terminal.
     bool newSession = false;
+
+    /// Where there is no channel, and nothing is captured, the program has this process's own
+    /// stream instead of the null device.
+    bool inheritsStreams = false;
+
+    /// The program stays in this process's group: it may use the terminal as this process does, and
+    /// what the user types there to stop or end programs reaches both. Goes with neither
+    /// `newSession` nor `terminatesGroup` (`EINVAL`).
+    bool staysInGroup = false;
 };
 
 /// What a capturing operation got.
-struct Cmd::Capture {
+struct PLATFORM_EXPORT Cmd::Capture {
     Data data;
     /// Both streams were seen to their ends.
     bool isComplete = false;
 };
 
 /// A program ended with a status that was not expected.
-class Cmd::ExitError : public std::exception {
+class PLATFORM_EXPORT Cmd::ExitError : public std::exception {
 public:
     explicit ExitError(std::int64_t status, std::optional<Data> errorData = std::nullopt);
 

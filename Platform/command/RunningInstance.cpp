@@ -36,4 +36,12 @@ void Cmd::RunningInstance::terminate() noexcept {
     run_->terminate();
 }
 
+bool Cmd::RunningInstance::sendSignal(int number) noexcept {
+    return run_->sendSignal(number);
+}
+
+std::optional<int> Cmd::RunningInstance::endingSignal() const noexcept {
+    return run_->process().endingSignal();
+}
+
 } // namespace Platform

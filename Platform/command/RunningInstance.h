@@ -1,8 +1,10 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/command/Cmd.h>
 
 #include <memory>
+#include <optional>
 
 namespace Platform {
 
@@ -16,7 +18,7 @@ class CommandRun;
 /// When the last reference goes, the streams are cut: the receivers of the output channels see the
 /// end, and the program finds its streams closed. It is not signalled; the system is relieved of it
 /// when it ends, whether anybody waits or not.
-class Cmd::RunningInstance : public std::enable_shared_from_this<RunningInstance> {
+class PLATFORM_EXPORT Cmd::RunningInstance : public std::enable_shared_from_this<RunningInstance> {
 public:
     RunningInstance(const RunningInstance&) = delete;
     RunningInstance& operator=(const RunningInstance&) = delete;
@@ -46,6 +48,14 @@ public:
 
     /// The same with SIGTERM.
     void terminate() noexcept;
+
+    /// Sends a signal to whom `terminate` would send it, and leaves the streams alone. Returns
+    /// false when there is nobody left.
+    bool sendSignal(int number) noexcept;
+
+    /// The signal that ended the program, which `wait` does not tell from an exit status; absent
+    /// when it ended by itself, and while it runs.
+    std::optional<int> endingSignal() const noexcept;
 
 private:
     friend Cmd;

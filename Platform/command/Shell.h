@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Platform/base/Export.h>
 #include <Platform/runtime/Task.h>
 
 #include <chrono>
@@ -13,7 +14,7 @@ namespace Platform {
 /// not have: additions to the search path above all.
 ///
 /// A plain value; const operations are callable from any thread.
-class Shell {
+class PLATFORM_EXPORT Shell {
 public:
     using Environment = std::map<std::string, std::string>;
 

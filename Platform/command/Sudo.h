@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <string>
 #include <vector>
 
@@ -20,7 +22,8 @@ namespace Sudo {
 /// shows nobody the processes of others.
 ///
 /// Blocks for as long as the user takes. Callable from any thread.
-bool run(const std::string& path, const std::vector<std::string>& arguments) noexcept;
+PLATFORM_EXPORT bool run(const std::string& path,
+                         const std::vector<std::string>& arguments) noexcept;
 
 } // namespace Sudo
 } // namespace Platform

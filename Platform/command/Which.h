@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Platform/base/Export.h>
+
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -20,7 +22,7 @@ namespace Platform {
 ///
 /// Callable from any thread, as `getenv` is. Blocks as the file system does. Throws
 /// `std::bad_alloc` only.
-std::vector<std::filesystem::path> which(const std::string& name,
-                                         const std::optional<std::string>& path = std::nullopt);
+PLATFORM_EXPORT std::vector<std::filesystem::path>
+which(const std::string& name, const std::optional<std::string>& path = std::nullopt);
 
 } // namespace Platform

@@ -42,7 +42,7 @@ TEST(ChildProcess, StartsFreshWhateverTheHostIsLike) {
                         .arguments = arguments,
                         .environment = &some,
                         .workingDirectory = &there,
-                        .newSession = true}),
+                        .group = detail::ProcessGroup::ownInNewSession}),
               start + " session\nfolder " + there +
                   "\narguments <> <a b> <\xff\n>\nenvironment <A=> <B==2=>\n");
     const Variable variable("INHERITED", "yes");

@@ -15,9 +15,11 @@
 #include <vector>
 
 #include <base/Scratch.h>
+#include <fcntl.h>
 #include <support/Commands.h>
 #include <support/SeededExecutor.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 namespace Platform {
 
@@ -413,9 +415,48 @@ TEST(Cmd, LimitsWhatAProgramMayTake) {
     EXPECT_THROW(result(std::move(waiting)), CancellationError);
     stop(sleeper());
 
-    EXPECT_NE(text(command(Testing::program("helper-child-state"), {}).output({.newSession = true}))
-                  .find("leads group session"),
-              std::string::npos);
+    const Cmd state = command(Testing::program("helper-child-state"), {});
+    const auto leads = [&](Cmd::Options how) {
+        const std::string all = text(state.output(how));
+        const std::size_t start = all.find("leads");
+        return all.substr(start, all.find('\n', start) - start);
+    };
+    EXPECT_EQ(leads({.newSession = true}), "leads group session");
+    EXPECT_EQ(leads({.staysInGroup = true}), "leads");
+    EXPECT_THROW(leads({.terminatesGroup = true, .staysInGroup = true}), Errno);
+}
+
+TEST(Cmd, PassesItsOwnStreamsAndSignalsOn) {
+    const NobodyLeft check;
+    const Scratch scratch;
+    std::ofstream(scratch / "in") << "given";
+    const FileDescriptor in(::open((scratch / "in").c_str(), O_RDONLY | O_CLOEXEC));
+    const FileDescriptor saved(::fcntl(0, F_DUPFD_CLOEXEC, 3));
+    ::dup2(in.get(), 0);
+    EXPECT_EQ(text(command("/bin/cat", {}).output({.inheritsStreams = true})), "given");
+    EXPECT_EQ(text(command("/bin/cat", {}).output()), "");
+    ::dup2(saved.get(), 0);
+
+    Cmd caught = shell("trap 'echo caught' USR1; echo ready; read never; kill -USR2 $$");
+    caught.standardOutput = std::make_shared<Cmd::Channel>();
+    caught.standardInput = std::make_shared<Cmd::Channel>();
+    const auto running = caught.start();
+    EXPECT_EQ(first(caught.standardOutput).view(), "ready\n");
+    EXPECT_FALSE(running->endingSignal());
+    EXPECT_TRUE(running->sendSignal(SIGUSR1));
+    caught.standardInput->close();
+    EXPECT_EQ(first(caught.standardOutput).view(), "caught\n");
+    try {
+        runMain(running->wait());
+        ADD_FAILURE();
+    } catch (const Cmd::ExitError& error) {
+        EXPECT_EQ(error.status, SIGUSR2);
+    }
+    EXPECT_EQ(running->endingSignal(), SIGUSR2);
+    EXPECT_FALSE(running->sendSignal(SIGUSR1));
+    const auto byItself = shell("exit " + std::to_string(SIGUSR2)).start();
+    EXPECT_THROW(runMain(byItself->wait()), Cmd::ExitError);
+    EXPECT_FALSE(byItself->endingSignal());
 }
 
 TEST(Cmd, NothingIsLeftOfRunsThatAreCutAtRandom) {

@@ -98,6 +98,11 @@ public:
         return status_;
     }
 
+    std::optional<int> endingSignal() noexcept {
+        const std::lock_guard guard(mutex_);
+        return isNoted_ && wasKilled_ ? std::optional(status_) : std::nullopt;
+    }
+
 private:
     void ready() noexcept override {
         const std::shared_ptr<ChildState> self = std::move(self_);
@@ -125,6 +130,7 @@ private:
         if (result == 0 && info.si_pid == 0) return false;
         if (result == 0) {
             status_ = info.si_status;
+            wasKilled_ = info.si_code != CLD_EXITED;
         } else {
             error_ = errno;
         }
@@ -138,6 +144,7 @@ private:
     std::shared_ptr<ChildState> self_; ///< While the end is watched for.
     ProcessEndObserver* observer_ = nullptr;
     int status_ = 0;
+    bool wasKilled_ = false;
     int error_ = 0; ///< Why there is no status.
     bool holds_;
     bool isNoted_ = false; ///< The end was seen.
@@ -175,7 +182,7 @@ ChildProcess ChildProcess::launch(const Launch& launch) {
                         vectors.environment(),
                         launch.workingDirectory ? launch.workingDirectory->c_str() : nullptr,
                         launch.descriptors,
-                        launch.newSession};
+                        launch.group};
         for (int& descriptor : plan.descriptors) {
             if (descriptor >= 0) continue;
             if (!null) {
@@ -253,6 +260,10 @@ void ChildProcess::waitForEnd() const {
 
 int ChildProcess::status() const {
     return state_->status();
+}
+
+std::optional<int> ChildProcess::endingSignal() const noexcept {
+    return state_->endingSignal();
 }
 
 } // namespace Platform::detail

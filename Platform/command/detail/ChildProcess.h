@@ -1,9 +1,12 @@
 #pragma once
 
+#include <Platform/command/detail/ProcessLaunch.h>
+
 #include <array>
 #include <chrono>
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -19,8 +22,7 @@ struct Launch {
     const std::string* workingDirectory = nullptr;                   ///< Null: this process's.
     /// What becomes standard input, output and error; -1: the null device.
     std::array<int, 3> descriptors{-1, -1, -1};
-    /// In a session of its own too, without a terminal, as a login shell has to be.
-    bool newSession = false;
+    ProcessGroup group = ProcessGroup::own;
     /// The id stays the process's own until the handle goes, also after its end: its group can be
     /// signalled until then, and the system keeps what is left of it.
     bool holdsId = false;
@@ -44,8 +46,7 @@ protected:
 class ChildProcess {
 public:
     /// Starts a program. It gets descriptors 0, 1 and 2 and no others, an empty signal mask,
-    /// default dispositions, and a process group of its own. It runs when this returns, or has
-    /// ended.
+    /// and default dispositions. It runs when this returns, or has ended.
     ///
     /// Blocks until the system has accepted the program; costs the same however much memory this
     /// process has.
@@ -94,6 +95,9 @@ public:
     /// end is noted. Throws `Errno` (`ECHILD`) when other code of this process has collected the
     /// end in our place or had it thrown away.
     int status() const;
+
+    /// The signal that ended the process; absent when it ended by itself, or the end was not noted.
+    std::optional<int> endingSignal() const noexcept;
 
 private:
     explicit ChildProcess(std::shared_ptr<ChildState> state) noexcept;

@@ -96,12 +96,8 @@ private:
     std::optional<CheckedContinuation<>> continuation_;
 };
 
-void send(const ChildProcess& process, int signal, bool toGroup) noexcept {
-    if (toGroup) {
-        process.sendSignalToGroup(signal);
-    } else {
-        process.sendSignal(signal);
-    }
+bool send(const ChildProcess& process, int signal, bool toGroup) noexcept {
+    return toGroup ? process.sendSignalToGroup(signal) : process.sendSignal(signal);
 }
 
 } // namespace
@@ -111,13 +107,19 @@ CommandRun::CommandRun(const Cmd& command, const Cmd::Options& options, bool cap
       process_(std::make_shared<ChildProcess>()), input_{nullptr, command.standardInput},
       output_{nullptr, command.standardOutput}, error_{nullptr, command.standardError} {
     if (command.arguments.size() > mostArguments) throw Errno(E2BIG, path_);
+    if (options_.staysInGroup && (options_.newSession || options_.terminatesGroup)) {
+        throw Errno(EINVAL, path_);
+    }
     Launch plan{.path = path_,
                 .arguments = command.arguments,
                 .environment = command.environment ? &*command.environment : nullptr,
                 .workingDirectory =
                     command.workingDirectoryPath ? &*command.workingDirectoryPath : nullptr,
-                .newSession = options_.newSession,
+                .group = options_.staysInGroup ? ProcessGroup::parents
+                         : options_.newSession ? ProcessGroup::ownInNewSession
+                                               : ProcessGroup::own,
                 .holdsId = options_.terminatesGroup};
+    if (options_.inheritsStreams) plan.descriptors = {0, 1, 2};
     std::array<FileDescriptor, 3> theirs;
     try {
         const auto connect = [&](Stream& stream, std::size_t number, bool isNeeded) {
@@ -216,6 +218,10 @@ void CommandRun::terminate() noexcept {
     } catch (...) {
         kill(); // rather too early than never
     }
+}
+
+bool CommandRun::sendSignal(int number) noexcept {
+    return process_->isRunning() && send(*process_, number, options_.terminatesGroup);
 }
 
 /// False: the program does not run any more.

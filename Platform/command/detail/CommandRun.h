@@ -43,6 +43,7 @@ public:
     /// As `RunningInstance::interrupt`.
     void interrupt() noexcept;
     void terminate() noexcept;
+    bool sendSignal(int number) noexcept;
 
     /// Ends everything that goes on in the streams.
     void closeStreams() noexcept;

@@ -25,7 +25,9 @@ public:
         sigdelset(&signals, SIGSTOP);
         note(::posix_spawnattr_setsigdefault(&attributes_, &signals));
         note(::posix_spawnattr_setpgroup(&attributes_, 0));
-        const int group = plan.newSession ? POSIX_SPAWN_SETSID : POSIX_SPAWN_SETPGROUP;
+        const int group = plan.group == ProcessGroup::own               ? POSIX_SPAWN_SETPGROUP
+                          : plan.group == ProcessGroup::ownInNewSession ? POSIX_SPAWN_SETSID
+                                                                        : 0;
         note(::posix_spawnattr_setflags(
             &attributes_, static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
                                              POSIX_SPAWN_CLOEXEC_DEFAULT | group)));

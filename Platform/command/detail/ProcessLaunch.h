@@ -3,8 +3,16 @@
 #include <Platform/base/FileDescriptor.h>
 
 #include <array>
+#include <cstdint>
 
 namespace Platform::detail {
+
+/// The process group that a child is born into.
+enum class ProcessGroup : std::uint8_t {
+    own,
+    ownInNewSession, ///< Without a terminal, as a login shell has to be.
+    parents,
+};
 
 /// What the system has to know for a launch.
 struct LaunchPlan {
@@ -13,7 +21,7 @@ struct LaunchPlan {
     char* const* environment;
     const char* workingDirectory;   ///< Or null.
     std::array<int, 3> descriptors; ///< All of them above 2, so that none overwrites another.
-    bool newSession;
+    ProcessGroup group;
 };
 
 /// The step that failed.

@@ -80,7 +80,10 @@ UNSANITIZED LaunchStage becomeProgram(const Child& child) noexcept {
         if ((child.resetSignals >> (signal - 1) & 1) == 0) continue;
         ::syscall(SYS_rt_sigaction, signal, byDefault, nullptr, signalSetSize);
     }
-    if (failed(plan.newSession ? ::syscall(SYS_setsid) : ::syscall(SYS_setpgid, 0, 0))) {
+    if (plan.group == ProcessGroup::own && failed(::syscall(SYS_setpgid, 0, 0))) {
+        return LaunchStage::start;
+    }
+    if (plan.group == ProcessGroup::ownInNewSession && failed(::syscall(SYS_setsid))) {
         return LaunchStage::start;
     }
     if (plan.workingDirectory && failed(::syscall(SYS_chdir, plan.workingDirectory))) {
