@@ -15,18 +15,27 @@ endfunction()
 # platform_link_statically(NAME): the program needs nothing, not even a dynamic linker. Darwin has no
 # static programs, and the sanitizers' run-time libraries do not work in them.
 function(platform_link_statically name)
-    get_target_property(type Platform TYPE)
-    if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT PLATFORM_SANITIZE AND type STREQUAL "STATIC_LIBRARY")
+    if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT PLATFORM_SANITIZE AND NOT BUILD_SHARED_LIBS)
         target_link_options(${name} PRIVATE -static)
     endif()
 endfunction()
 
-# platform_add_program(NAME SOURCE...): a program of the product, installed with the library.
+# platform_add_program(NAME SOURCE...): a program of the product, installed with the library. Users
+# of the package know it as Platform::NAME, from an installed package or as a subdirectory alike.
 function(platform_add_program name)
     platform_add_executable(${name} ${ARGN})
     platform_link_statically(${name})
     # Fewer pages to fault in at start-up: code and constants share them, by their names.
     target_link_options(${name} PRIVATE
         $<$<PLATFORM_ID:Linux>:-Wl,-z,noseparate-code,--sort-section=name>)
-    install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    add_executable(Platform::${name} ALIAS ${name})
+    set_property(GLOBAL APPEND PROPERTY PLATFORM_PROGRAMS ${name})
+    # A shared library is found where it is installed with the program, wherever that is.
+    if(BUILD_SHARED_LIBS)
+        cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR
+                   BASE_DIRECTORY ${CMAKE_INSTALL_FULL_BINDIR} OUTPUT_VARIABLE libraries)
+        set(folder $<IF:$<PLATFORM_ID:Darwin>,@loader_path,$ORIGIN>)
+        set_target_properties(${name} PROPERTIES INSTALL_RPATH ${folder}/${libraries})
+    endif()
+    install(TARGETS ${name} EXPORT PlatformTargets RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endfunction()

@@ -1,46 +1,57 @@
 #!/usr/bin/env bash
-# demo.sh BIN: in a throw-away repository, real git asks for edits through BIN/editor-shim, and
-# BIN/example-minimal-host answers them.
+# demo.sh BIN: in a throw-away repository, real git asks for edits and a credential, and
+# BIN/terminal-host answers them.
 set -euo pipefail
 bin=$1
 
 room=$(mktemp -d)
 trap 'rm -rf "$room"' EXIT
 # The host's pipe, git's files and the user's settings all stay in the throw-away folder.
-export TMPDIR=$room HOME=$room GIT_CONFIG_NOSYSTEM=1 GIT_EDITOR="'$bin/editor-shim'"
+export TMPDIR=$room HOME=$room GIT_CONFIG_NOSYSTEM=1
 unset GIT_CONFIG_GLOBAL XDG_CONFIG_HOME GIT_DIR GIT_WORK_TREE
 git config --global user.name "Demo" && git config --global user.email demo@example.org
 git init -q -b main "$room/repository"
 cd "$room/repository"
 
-# host COMMAND [TEXT]...: runs a git command under the host, which answers edits with the texts.
+# host ARGUMENT...: shows the command line, and what was asked and answered.
 host() {
-    echo "\$ $1"
-    local status=0
-    "$bin/example-minimal-host" "$@" >"$room/out" 2>"$room/err" || status=$?
-    sed -nE "s|^asked to edit $room/repository/(.*): (.*)|  git asked to edit \1; the host answered: \2|p" \
-        "$room/out"
-    if ((status)); then
-        sed -n 's/^error: \(There was a problem\).*/  git stopped: \1 with the editor/p' "$room/err"
-    fi
+    local word status=0
+    # shellcheck disable=SC2016
+    printf '$ terminal-host'
+    for word; do
+        word=${word#"$room/"}
+        [[ $word =~ ^[-a-z]+$ ]] || word=${word@Q}
+        printf ' %s' "$word"
+    done
+    echo
+    "$bin/terminal-host" --verbose "$@" >"$room/out" 2>"$room/err" || status=$?
+    sed -nE "s|$room/repository/||; s/.*terminal-host: /  /p; s/^error: (There was a problem).*/  git: \1 with the editor/p" \
+        "$room/err"
+    sed -nE 's/^(username|password)=.*/  git got &/p' "$room/out"
     return "$status"
 }
 
 echo one >file && git add file
-host "git commit" "Start with one line"
+host --message "Start with one line" -- git commit
 echo two >>file && git add file
-host "git commit" "Add the secnod line"
-
-second=$(git rev-parse --short HEAD)
-host "git rebase --interactive --root" \
-    "pick $(git rev-parse --short HEAD~1) first
-reword $second second" "Add the second line" | sed -E 's/: pick .*/: pick, reword/; /^reword /d'
+host --message "Add the secnod line" -- git commit
+host --todo "sed -i '2s/pick/reword/'" --message "Add the second line" -- \
+    git rebase --interactive --root
 
 echo three >>file && git add file
-if host "git commit"; then
+if host --decline -- git commit; then
     echo "An edit that the host declined was committed." >&2
     exit 1
 fi
+
+cat >"$room/wallet" <<'END'
+#!/bin/sh
+case $1 in Username*) echo demo ;; *) echo secret ;; esac
+END
+chmod +x "$room/wallet"
+printf 'protocol=https\nhost=example.org\n\n' |
+    host --askpass "$room/wallet" -- git credential fill
+
 echo "\$ git log --oneline"
 git log --format='  %h %s'
 test "$(git log --format=%s)" = "Add the second line

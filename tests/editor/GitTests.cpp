@@ -159,18 +159,21 @@ TEST(Git, IsInterruptedAndCommitsNothingWhileTheHostHasTheEditOpen) {
     EXPECT_TRUE(ended.soon()) << "an answer that nobody waits for any more";
 }
 
-TEST(MinimalHost, WritesWhatItIsGivenAndDeclinesTheRest) {
-    const Repository repository({});
-    const std::string commit = "git -C '" + repository.folder() + "' commit --quiet --allow-empty";
-    const auto host = [&](std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), program("example-minimal-host"));
-        return run(arguments, repository.environment());
-    };
-    const auto accepted = host({commit + " && " + commit, "One", "Two"});
-    EXPECT_EQ(accepted.status, 0) << accepted.errors;
-    EXPECT_NE(accepted.output.find("COMMIT_EDITMSG: Two\n"), std::string::npos) << accepted.output;
-    EXPECT_EQ(host({commit}).status, 1);
-    EXPECT_EQ(repository.messages(), "Two\nOne\n");
+TEST(ExampleHosts, WriteWhatTheyAreGivenAndDeclineTheRest) {
+    for (const std::string name : {"example-minimal-host", "example-event-loop-host"}) {
+        const Repository repository({});
+        const std::string commit =
+            "git -C '" + repository.folder() + "' commit --quiet --allow-empty";
+        const auto host = [&](std::vector<std::string> arguments) {
+            arguments.insert(arguments.begin(), program(name));
+            return run(arguments, repository.environment());
+        };
+        const auto accepted = host({commit + " && " + commit, "One", "Two"});
+        EXPECT_EQ(accepted.status, 0) << name << ": " << accepted.errors;
+        EXPECT_NE(accepted.output.find("COMMIT_EDITMSG"), std::string::npos) << accepted.output;
+        EXPECT_EQ(host({commit}).status, 1) << name;
+        EXPECT_EQ(repository.messages(), "Two\nOne\n") << name;
+    }
 }
 
 } // namespace
