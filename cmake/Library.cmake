@@ -8,8 +8,10 @@ target_sources(Platform PUBLIC
 target_compile_features(Platform PUBLIC cxx_std_20)
 target_compile_options(Platform PRIVATE -ffunction-sections -fdata-sections)
 target_link_libraries(Platform PUBLIC Threads::Threads PRIVATE $<BUILD_INTERFACE:platform_flags>)
+# Only what PLATFORM_EXPORT marks is seen from outside, in both kinds of library alike.
 set_target_properties(Platform PROPERTIES VERSION ${PROJECT_VERSION}
-    SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+    SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
+    CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 if(NOT PLATFORM_HAS_STOP_TOKEN)
     target_compile_options(Platform PUBLIC -fexperimental-library)
     target_link_options(Platform PUBLIC -fexperimental-library)
