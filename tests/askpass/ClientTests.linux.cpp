@@ -1,26 +1,8 @@
-#include <Platform/askpass/Client.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <csignal>
-#include <cstring>
-#include <optional>
-#include <string>
-#include <vector>
-
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <support/HandOffs.h>
-#include <support/Process.h>
 #include <sys/ptrace.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace Platform {
 namespace {
-
-using namespace Testing;
-using namespace std::string_literals;
 
 /// A pipe with a bare host on it that answers one request.
 class AnsweringHost {

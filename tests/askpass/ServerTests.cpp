@@ -1,26 +1,10 @@
-#include <Platform/askpass/Server.h>
-
-#include <Platform/base/Errno.h>
-
-#include <atomic>
-#include <cerrno>
-#include <memory>
-#include <optional>
-#include <stdexcept>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 #include <support/BarePeer.h>
 #include <support/HandOffs.h>
-#include <support/Process.h>
 #include <support/SeededExecutor.h>
 
 namespace Platform {
 namespace {
 
-using namespace Testing;
-using namespace std::string_literals;
 using Answer = std::optional<std::string>;
 using Entries = std::vector<std::string>;
 

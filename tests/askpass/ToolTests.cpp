@@ -1,25 +1,8 @@
-#include <Platform/askpass/Server.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <deque>
-#include <fstream>
-#include <mutex>
-#include <optional>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 #include <support/HandOffs.h>
-#include <support/Process.h>
-#include <unistd.h>
 
 namespace Platform {
 namespace {
 
-using namespace Testing;
-using namespace std::string_literals;
 using Answer = std::optional<std::string>;
 
 /// A host that gives its answers one after the other and keeps the prompts; with real tools that

@@ -1,24 +1,9 @@
-#include <Platform/async/AsyncChannel.h>
-#include <Platform/async/AsyncCond.h>
-#include <Platform/async/AsyncLock.h>
-#include <Platform/async/AsyncQueue.h>
-#include <Platform/runtime/CheckedContinuation.h>
-#include <Platform/runtime/RunMain.h>
-
-#include <atomic>
-#include <memory>
-#include <optional>
 #include <ostream>
-#include <utility>
-#include <vector>
 
-#include <gtest/gtest.h>
 #include <support/SeededExecutor.h>
 
 namespace Platform {
 namespace {
-
-using namespace Testing;
 
 /// One of everything that can be waited for, with nobody there to end the wait.
 struct Rig {

@@ -1,23 +1,7 @@
-#include <Platform/async/AsyncChannel.h>
-#include <Platform/async/AsyncCond.h>
-#include <Platform/async/AsyncLock.h>
-#include <Platform/async/AsyncQueue.h>
-#include <Platform/runtime/Cancellation.h>
-
-#include <algorithm>
-#include <deque>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 #include <support/SeededExecutor.h>
 
 namespace Platform {
 namespace {
-
-using namespace Testing;
 
 /// What is known of one operation that a task has begun.
 struct Step {

@@ -1,21 +1,13 @@
-#include <Platform/Platform.h>
 #include <Platform/base/detail/SystemLogger.h>
 
-#include "Faults.h"
-#include "Scratch.h"
-
-#include <algorithm>
 #include <bit>
-#include <random>
 
-#include <fcntl.h>
+#include <support/Testing.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 
 namespace Platform {
 
-using detail::SystemCall;
 namespace fs = std::filesystem;
 
 static std::array<FileDescriptor, 2> makePipe() {

@@ -1,13 +1,6 @@
-#include <Platform/command/ByteScanner.h>
-
-#include <random>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
+#include <support/Testing.h>
 
 namespace Platform {
-
 namespace {
 
 using Piece = std::optional<std::string>;

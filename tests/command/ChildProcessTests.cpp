@@ -1,21 +1,6 @@
-#include <Platform/base/Errno.h>
-
 #include "Children.h"
 
-#include <algorithm>
-#include <array>
-#include <atomic>
-#include <fstream>
-#include <random>
-#include <vector>
-
-#include <base/Scratch.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-
 namespace Platform {
-
-using detail::SystemCall;
 
 TEST(ChildProcess, StartsFreshWhateverTheHostIsLike) {
     const NobodyLeft check;

@@ -1,9 +1,5 @@
 #include "Children.h"
 
-#include <cstddef>
-#include <thread>
-
-#include <fcntl.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>

@@ -1,17 +1,9 @@
 #pragma once
 
-#include <Platform/base/ProcessInfo.h>
 #include <Platform/command/detail/ChildProcess.h>
 #include <Platform/command/detail/Pipe.h>
 
-#include <cerrno>
-#include <csignal>
-#include <optional>
-#include <thread>
-
-#include <base/Faults.h>
-#include <support/Process.h>
-#include <sys/wait.h>
+#include <support/Testing.h>
 
 namespace Platform {
 

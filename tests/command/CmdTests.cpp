@@ -1,31 +1,12 @@
-#include <Platform/base/CancellationError.h>
-#include <Platform/base/Errno.h>
-#include <Platform/command/RunningInstance.h>
 #include <Platform/command/detail/PrefixSuffixSaver.h>
-#include <Platform/runtime/RunMain.h>
-#include <Platform/runtime/TaskGroup.h>
-#include <Platform/runtime/TaskHandle.h>
 
 #include "Children.h"
 
-#include <filesystem>
-#include <fstream>
-#include <random>
-#include <string>
-#include <vector>
-
-#include <base/Scratch.h>
-#include <fcntl.h>
 #include <support/Commands.h>
-#include <support/SeededExecutor.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 namespace Platform {
 
-using namespace Testing;
 using Channel = Cmd::Channel;
-using detail::SystemCall;
 using std::chrono::milliseconds;
 
 namespace {

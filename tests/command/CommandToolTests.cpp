@@ -1,20 +1,10 @@
-#include <Platform/command/ByteScanner.h>
-#include <Platform/command/Cmd.h>
-#include <Platform/command/Which.h>
-#include <Platform/runtime/RunMain.h>
-#include <Platform/runtime/TaskHandle.h>
-
 #include "Children.h"
 
-#include <base/Scratch.h>
-#include <fcntl.h>
 #include <support/Commands.h>
 
 namespace Platform {
-
 namespace {
 
-using namespace Testing;
 using Channel = Cmd::Channel;
 
 Cmd tool(const char* name, std::vector<std::string> arguments) {

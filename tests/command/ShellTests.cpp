@@ -1,18 +1,6 @@
-#include <Platform/command/Shell.h>
-
-#include <Platform/runtime/RunMain.h>
-#include <Platform/runtime/TaskHandle.h>
-#include <Platform/system/User.h>
-
 #include "Children.h"
 
-#include <fstream>
-
-#include <base/Scratch.h>
-#include <sys/stat.h>
-
 namespace Platform {
-
 namespace {
 
 using std::chrono::milliseconds;

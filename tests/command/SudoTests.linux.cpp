@@ -1,11 +1,4 @@
-#include <Platform/command/Sudo.h>
-
 #include "Children.h"
-
-#include <fstream>
-
-#include <base/Scratch.h>
-#include <sys/stat.h>
 
 namespace Platform {
 

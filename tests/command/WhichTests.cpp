@@ -1,9 +1,4 @@
-#include <Platform/command/Which.h>
-
-#include <fstream>
-
-#include <base/Scratch.h>
-#include <sys/stat.h>
+#include <support/Testing.h>
 
 namespace Platform {
 

@@ -1,22 +1,7 @@
-#include <Platform/editor/Client.h>
-
-#include <Platform/base/Errno.h>
-
-#include <cerrno>
-#include <optional>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 #include <support/HandOffs.h>
-#include <support/Process.h>
-#include <unistd.h>
 
 namespace Platform {
 namespace {
-
-using namespace Testing;
-using namespace std::string_literals;
 
 /// Expects the end with this error, and one log entry that says so.
 void expectFailure(const Process::Result& result, const std::string& description) {

@@ -1,24 +1,7 @@
-#include <Platform/base/ProcessInfo.h>
-#include <Platform/editor/Server.h>
-#include <Platform/runtime/CheckedContinuation.h>
-
-#include <csignal>
-#include <functional>
-#include <future>
-#include <mutex>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
 #include <support/HandOffs.h>
-#include <support/Process.h>
 
 namespace Platform {
 namespace {
-
-using namespace Testing;
 
 /// Real git in a repository of its own, with our program as its editor and nobody's configuration.
 class Repository {

@@ -1,37 +1,12 @@
-#include <Platform/editor/Server.h>
-
-#include <Platform/base/CancellationError.h>
-#include <Platform/base/Errno.h>
-#include <Platform/base/detail/SystemCall.h>
-#include <Platform/runtime/Cancellation.h>
-#include <Platform/runtime/CheckedContinuation.h>
 #include <Platform/runtime/detail/BlockingPool.h>
 
-#include <atomic>
-#include <cerrno>
-#include <deque>
-#include <future>
-#include <map>
-#include <memory>
-#include <optional>
-#include <random>
-#include <stdexcept>
-#include <string>
-#include <vector>
-
-#include <base/Faults.h>
-#include <fcntl.h>
 #include <support/BarePeer.h>
 #include <support/HandOffs.h>
-#include <support/Process.h>
 #include <support/SeededExecutor.h>
-#include <unistd.h>
 
 namespace Platform {
 namespace {
 
-using namespace Testing;
-using namespace std::string_literals;
 using Entries = std::vector<std::string>;
 
 std::string entry(int number) {
@@ -121,7 +96,7 @@ TEST(EditorServer, StoppedWhileItWaitsItLogsOnceAndRemovesThePipe) {
         executor.runUntilIdle(); // into the receive
         spin(turns);
         if (turns % 3 == 1) { // else the destructor does it
-            const Faults faults(Faults::failing(detail::SystemCall::unlink, EBUSY));
+            const Faults faults(Faults::failing(SystemCall::unlink, EBUSY));
             EXPECT_EQ(thrownNumber([&] { server->stop(); }), EBUSY);
             EXPECT_EQ(directory.pipes(), 1);
             server->stop();
@@ -223,7 +198,7 @@ TEST(EditorServer, IsNotMadeInAHostileTemporaryDirectory) {
     ::chmod(planted.c_str(), 0700);
     EXPECT_EQ(refusal(), "none");
     {
-        const Faults full(Faults::failing(detail::SystemCall::mkfifo, ENOSPC));
+        const Faults full(Faults::failing(SystemCall::mkfifo, ENOSPC));
         EXPECT_TRUE(refusal().starts_with(std::to_string(ENOSPC) + " " + planted));
     }
     EXPECT_EQ(directory.pipes(), 0);

@@ -1,24 +1,9 @@
 #include <Platform/base/detail/LogSink.h>
-#include <Platform/runtime/CheckedContinuation.h>
-#include <Platform/runtime/RunMain.h>
-#include <Platform/runtime/TaskHandle.h>
 
-#include <atomic>
-#include <cstdio>
-#include <functional>
-#include <latch>
-#include <optional>
-#include <stdexcept>
-#include <string>
-#include <thread>
-
-#include <gtest/gtest.h>
 #include <support/SeededExecutor.h>
 
 namespace Platform {
 namespace {
-
-using namespace Testing;
 
 std::string logged;
 

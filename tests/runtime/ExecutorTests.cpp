@@ -1,25 +1,11 @@
-#include <Platform/runtime/CheckedContinuation.h>
-#include <Platform/runtime/CooperativePool.h>
-#include <Platform/runtime/RunMain.h>
-#include <Platform/runtime/SerialQueue.h>
-#include <Platform/runtime/TaskHandle.h>
 #include <Platform/runtime/detail/BlockingPool.h>
 
-#include <atomic>
-#include <latch>
-#include <memory>
 #include <semaphore>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include <gtest/gtest.h>
 #include <support/SeededExecutor.h>
 
 namespace Platform {
 namespace {
-
-using namespace Testing;
 
 /// Detached tasks run on a pool of one's own meanwhile.
 class OwnPool {

@@ -1,16 +1,11 @@
 #include <Platform/runtime/detail/Poller.h>
 
-#include <atomic>
-#include <functional>
-#include <memory>
 #include <semaphore>
-#include <vector>
 
 #include <command/Children.h>
 
 namespace Platform {
 
-using detail::SystemCall;
 using detail::WatchEvent;
 
 namespace {

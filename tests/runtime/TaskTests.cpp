@@ -1,28 +1,7 @@
-#include <Platform/base/CancellationError.h>
-#include <Platform/runtime/Cancellation.h>
-#include <Platform/runtime/CheckedContinuation.h>
-#include <Platform/runtime/CooperativePool.h>
-#include <Platform/runtime/RunMain.h>
-#include <Platform/runtime/TaskGroup.h>
-#include <Platform/runtime/TaskHandle.h>
-
-#include <algorithm>
-#include <atomic>
-#include <latch>
-#include <memory>
-#include <set>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 #include <support/SeededExecutor.h>
 
 namespace Platform {
 namespace {
-
-using namespace Testing;
 
 template <class T>
 Task<T> value(T given) {

@@ -3,13 +3,6 @@
 #include <Platform/transport/detail/LocalSocket.h>
 #include <Platform/transport/detail/Presence.h>
 
-#include <array>
-#include <csignal>
-#include <utility>
-
-#include <fcntl.h>
-#include <unistd.h>
-
 namespace Platform::Testing {
 
 BarePeer::BarePeer(std::string path, std::string steps, std::string message)

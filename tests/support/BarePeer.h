@@ -1,9 +1,6 @@
 #pragma once
 
-#include <atomic>
-#include <string>
-#include <thread>
-#include <vector>
+#include <support/Testing.h>
 
 namespace Platform::Testing {
 

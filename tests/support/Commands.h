@@ -1,15 +1,6 @@
 #pragma once
 
-#include <Platform/base/ProcessInfo.h>
-#include <Platform/command/RunningInstance.h>
-#include <Platform/runtime/RunMain.h>
-#include <Platform/runtime/TaskHandle.h>
-
-#include <map>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
+#include <support/Testing.h>
 
 namespace Platform::Testing {
 

@@ -1,36 +1,10 @@
 #pragma once
 
 #include <Platform/base/detail/LogSink.h>
-#include <Platform/base/detail/SystemCall.h>
 
-#include <atomic>
-#include <chrono>
-#include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <future>
-#include <iterator>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
-#include <base/Scratch.h>
-#include <sys/stat.h>
+#include <support/Testing.h>
 
 namespace Platform::Testing {
-
-inline std::string contentsOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-inline const std::string& write(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-    return path;
-}
 
 inline bool isPipe(const std::string& path) {
     return std::filesystem::is_fifo(std::filesystem::symlink_status(path));
@@ -114,7 +88,7 @@ public:
     void seed(std::uint64_t seed) { state_ = seed << 32U; }
 
 private:
-    static int pause(detail::SystemCall, std::size_t*) {
+    static int pause(SystemCall, std::size_t*) {
         std::uint64_t bits = state_.fetch_add(1) * 0x9E3779B97F4A7C15U;
         bits ^= bits >> 29U;
         bits *= 0xBF58476D1CE4E5B9U;

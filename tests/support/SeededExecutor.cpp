@@ -1,9 +1,5 @@
 #include <support/SeededExecutor.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <utility>
-
 namespace Platform::Testing {
 
 void SeededExecutor::enqueue(detail::TaskContext& task) noexcept {
@@ -48,14 +44,6 @@ void SeededExecutor::runUntil(const std::function<bool()>& condition) {
             std::abort();
         }
     }
-}
-
-bool isStress() noexcept {
-    return std::getenv("PLATFORM_STRESS") != nullptr;
-}
-
-int rounds(int normal, int stress) noexcept {
-    return isStress() ? stress : normal;
 }
 
 } // namespace Platform::Testing

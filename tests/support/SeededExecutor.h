@@ -1,16 +1,6 @@
 #pragma once
 
-#include <Platform/runtime/Executor.h>
-#include <Platform/runtime/Task.h>
-#include <Platform/runtime/TaskHandle.h>
-
-#include <chrono>
-#include <condition_variable>
-#include <cstdint>
-#include <functional>
-#include <mutex>
-#include <random>
-#include <vector>
+#include <support/Testing.h>
 
 namespace Platform::Testing {
 
@@ -63,11 +53,5 @@ struct Yield : detail::Awaitable {
     }
     void await_resume() const noexcept {}
 };
-
-/// True for the long variants of the tests.
-bool isStress() noexcept;
-
-/// `normal`, or `stress` for the long variant.
-int rounds(int normal, int stress) noexcept;
 
 } // namespace Platform::Testing

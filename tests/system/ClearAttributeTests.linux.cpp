@@ -4,8 +4,6 @@ namespace Platform {
 namespace {
 
 namespace fs = std::filesystem;
-using Testing::program;
-using Testing::run;
 
 class ClearAttribute : public Tree {};
 

@@ -1,12 +1,6 @@
-#include <Platform/system/CommandLineTool.h>
-
-#include <base/Scratch.h>
-#include <support/Process.h>
+#include <support/Testing.h>
 
 namespace Platform {
-
-using Testing::program;
-using Testing::run;
 
 TEST(CommandLineTool, TurnsAnErrorIntoItsTextAndStatusOne) {
     const std::string tool = program("helper-command-line-tool");

@@ -1,13 +1,9 @@
-#include <cerrno>
-
-#include <base/Faults.h>
 #include <system/Tree.h>
 
 namespace Platform {
 namespace {
 
 namespace fs = std::filesystem;
-using detail::SystemCall;
 using Options = ExtendedAttributes::Options;
 
 class FileAttributes : public Tree {

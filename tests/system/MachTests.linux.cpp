@@ -1,11 +1,4 @@
-#include <Platform/system/Mach.h>
-
-#include <cerrno>
-#include <latch>
-#include <thread>
-#include <vector>
-
-#include <base/Faults.h>
+#include <support/Testing.h>
 #include <sys/prctl.h>
 
 namespace Platform {
@@ -26,7 +19,7 @@ TEST(Mach, CountsTheThreadsOfThisProcess) {
 
 TEST(Mach, SaysNothingWhenTheSystemDoesNot) {
     const NothingLeft nothingLeft;
-    for (const auto call : {detail::SystemCall::open, detail::SystemCall::read}) {
+    for (const auto call : {SystemCall::open, SystemCall::read}) {
         const Faults failing(Faults::failing(call, EMFILE));
         EXPECT_FALSE(Mach::numberOfActiveThreads());
     }

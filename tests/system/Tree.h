@@ -1,11 +1,6 @@
 #pragma once
 
-#include <Platform/system/ExtendedAttributes.h>
-
-#include <fstream>
-
-#include <base/Scratch.h>
-#include <support/Process.h>
+#include <support/Testing.h>
 #include <sys/xattr.h>
 
 /// What the tests of attributes share: files that are marked with one, by the system's own calls.

@@ -1,26 +1,14 @@
 #include <system/Tree.h>
 
-#include <Platform/base/Errno.h>
-#include <Platform/base/FileDescriptor.h>
 #include <Platform/system/detail/TreeWalk.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <map>
-
-#include <base/Faults.h>
 #include <dirent.h>
-#include <fcntl.h>
 #include <malloc.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
 
 namespace Platform {
 namespace {
 
 namespace fs = std::filesystem;
-using detail::SystemCall;
 using Options = ExtendedAttributes::Options;
 using Visit = ExtendedAttributes::Visit;
 

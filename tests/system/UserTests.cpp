@@ -1,18 +1,8 @@
-#include <Platform/system/User.h>
-
-#include <cerrno>
-#include <map>
-#include <thread>
-#include <vector>
-
-#include <base/Faults.h>
 #include <pwd.h>
-#include <unistd.h>
+#include <support/Testing.h>
 
 namespace Platform {
 namespace {
-
-using detail::SystemCall;
 
 /// The first record of each user, as the C library lists them.
 std::map<std::uint32_t, Passwd> allUsers() {

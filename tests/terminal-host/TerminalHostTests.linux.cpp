@@ -1,33 +1,11 @@
-#include <Platform/base/FileDescriptor.h>
-
-#include <array>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <span>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
-
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <spawn.h>
 #include <support/HandOffs.h>
-#include <support/Process.h>
-#include <support/SeededExecutor.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <termios.h>
-#include <unistd.h>
 
 namespace Platform {
 namespace {
-
-using namespace Testing;
 
 /// A terminal, and a shell script that leads a session on it.
 class Pty {

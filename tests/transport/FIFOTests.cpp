@@ -1,26 +1,8 @@
-#include <Platform/transport/FIFO.h>
-
-#include <Platform/base/Errno.h>
-
-#include <cerrno>
-#include <functional>
-#include <latch>
-#include <map>
-#include <optional>
-#include <string>
-#include <thread>
-
-#include <base/Faults.h>
-#include <fcntl.h>
 #include <support/BarePeer.h>
 #include <support/HandOffs.h>
-#include <unistd.h>
 
 namespace Platform {
 namespace {
-
-using namespace Testing;
-using detail::SystemCall;
 
 TEST(FIFO, MovesBytesThoughEveryCallIsInterrupted) {
     const NothingLeft check;

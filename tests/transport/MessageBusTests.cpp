@@ -1,30 +1,10 @@
-#include <Platform/transport/MessageBus.h>
-
-#include <Platform/base/CancellationError.h>
-#include <Platform/base/Errno.h>
-#include <Platform/runtime/Cancellation.h>
-#include <Platform/runtime/RunMain.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <map>
-#include <memory>
-#include <optional>
-#include <set>
-#include <string>
-
-#include <base/Faults.h>
-#include <fcntl.h>
 #include <support/BarePeer.h>
 #include <support/HandOffs.h>
 #include <support/SeededExecutor.h>
-#include <unistd.h>
 
 namespace Platform {
 namespace {
 
-using namespace Testing;
-using namespace std::string_literals;
 using Message = MessageBus::Message;
 
 /// What became of an operation, in a word.
@@ -102,8 +82,8 @@ TEST(MessageBus, AMessageIsTheIdByteAndThePayloadUpToTheEnd) {
     EXPECT_EQ(Message::data(Data("a\xFFz")).string(), "a\xEF\xBF\xBDz");
     EXPECT_EQ(Message::ok().string(), "");
 
-    const Faults faults([](detail::SystemCall call, std::size_t* count) {
-        if (call == detail::SystemCall::write) *count -= 1;
+    const Faults faults([](SystemCall call, std::size_t* count) {
+        if (call == SystemCall::write) *count -= 1;
         return 0;
     });
     BarePeer reader(bus->path(), ">");

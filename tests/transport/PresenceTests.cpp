@@ -1,41 +1,11 @@
 #include <Platform/transport/detail/Presence.h>
 
-#include <Platform/askpass/Server.h>
-#include <Platform/base/CancellationError.h>
-#include <Platform/base/Errno.h>
-#include <Platform/base/ProcessInfo.h>
-#include <Platform/command/RunningInstance.h>
-#include <Platform/editor/Server.h>
-#include <Platform/runtime/Cancellation.h>
-#include <Platform/runtime/CheckedContinuation.h>
-#include <Platform/runtime/RunMain.h>
-#include <Platform/runtime/TaskGroup.h>
-
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <csignal>
-#include <filesystem>
-#include <future>
-#include <map>
-#include <mutex>
-#include <random>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <base/Faults.h>
-#include <gtest/gtest.h>
 #include <support/BarePeer.h>
 #include <support/Commands.h>
 #include <support/HandOffs.h>
-#include <support/Process.h>
-#include <support/SeededExecutor.h>
 
 namespace Platform {
 namespace {
-
-using namespace Testing;
 
 constexpr std::chrono::seconds patience(10); // of a loaded machine; who hangs does so for good
 
@@ -342,7 +312,7 @@ TEST(Presence, DoesWithoutWhereItCannotBe) {
             0);
     }
     LogEntries log;
-    const Faults fault(Faults::failing(detail::SystemCall::bind, EPERM, 2));
+    const Faults fault(Faults::failing(SystemCall::bind, EPERM, 2));
     Editor::Server without([](std::string) -> Task<bool> { co_return true; });
     EXPECT_EQ(
         Process({program("editor-shim"), "/x"}, {{"MV_EDITOR_CONN", without.path()}}).wait().status,

@@ -1,19 +1,24 @@
-#include <support/Process.h>
+#include <support/Testing.h>
 
-#include <Platform/base/ProcessInfo.h>
+#include <Platform/runtime/detail/Poller.h>
 
-#include <array>
-#include <cerrno>
-#include <csignal>
-#include <system_error>
-#include <utility>
-
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <spawn.h>
-#include <sys/wait.h>
 
-namespace Platform::Testing {
+namespace Platform {
+
+std::set<std::string> NothingLeft::state() {
+    detail::Poller::shared(); // which stays for good
+    std::set<std::string> result;
+    for (const auto& entry : std::filesystem::directory_iterator("/dev/fd"))
+        result.insert("descriptor " + entry.path().filename().string());
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    for (int signal = 1; signal < 32; ++signal)
+        if (sigismember(&mask, signal) == 1) result.insert("blocked " + std::to_string(signal));
+    return result;
+}
+
+namespace Testing {
 
 namespace {
 
@@ -52,10 +57,6 @@ std::vector<std::string> changedEnvironment(const Process::Environment& changes)
 }
 
 } // namespace
-
-std::string program(const std::string& name) {
-    return PLATFORM_BIN_DIR "/" + name;
-}
 
 Process::Process(std::vector<std::string> arguments, const Environment& changes)
     : name_(arguments.at(0)), output_(temporaryFile(), &std::fclose),
@@ -118,8 +119,5 @@ Process::Result Process::wait(std::chrono::seconds limit) {
             contents(errors_.get())};
 }
 
-Process::Result run(std::vector<std::string> arguments, const Process::Environment& changes) {
-    return Process(std::move(arguments), changes).wait();
-}
-
-} // namespace Platform::Testing
+} // namespace Testing
+} // namespace Platform
