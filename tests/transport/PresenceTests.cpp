@@ -9,64 +9,8 @@ namespace {
 
 constexpr std::chrono::seconds patience(10); // of a loaded machine; who hangs does so for good
 
-constexpr const char* hostEnded = "editorClient: error: the host has ended: Connection re";
-
-/// A host whose user answers when the test says so.
-class Desk {
-public:
-    using Verdict = CheckedContinuation<bool>;
-
-    Process editor(const std::string& file) const {
-        return Process({program("editor-shim"), file}, environment());
-    }
-    Process::Environment environment() const { return {{"MV_EDITOR_CONN", server_.path()}}; }
-    Editor::Server& server() { return server_; }
-
-    /// The next question, once it is asked.
-    std::pair<std::string, Verdict> next() {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return !asked_.empty(); });
-        auto question = std::move(asked_.front());
-        asked_.erase(asked_.begin());
-        return question;
-    }
-
-    /// Waits until so many were withdrawn.
-    void waitForWithdrawals(int count) {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return withdrawn_ >= count; });
-    }
-
-private:
-    Task<bool> ask(std::string path) {
-        auto asking = withTaskCancellationHandler(
-            [&, path]() -> Task<bool> {
-                co_return co_await withCheckedContinuation<bool>("ask", [&](Verdict verdict) {
-                    const std::lock_guard guard(mutex_);
-                    asked_.emplace_back(path, verdict);
-                    waiting_.emplace(path, verdict);
-                    changed_.notify_all();
-                });
-            },
-            [&, path]() noexcept {
-                const std::lock_guard guard(mutex_);
-                ++withdrawn_;
-                changed_.notify_all();
-                if (const auto known = waiting_.extract(path)) known.mapped().resume(true);
-            });
-        co_return co_await asking;
-    }
-
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::pair<std::string, Verdict>> asked_;
-    std::map<std::string, Verdict> waiting_;
-    int withdrawn_ = 0;
-    Editor::Server server_{[this](std::string path) { return ask(std::move(path)); }};
-};
-
-Cmd client(const std::string& pipe, std::string argument, const char* name = "editor-shim") {
-    return command(program(name), {std::move(argument)}, {{"MV_EDITOR_CONN", pipe}});
+Cmd client(const std::string& pipe, std::string argument) {
+    return command(program("editor-shim"), {std::move(argument)}, {{"MV_EDITOR_CONN", pipe}});
 }
 
 /// How long a client that is answered at once takes here.
@@ -101,39 +45,6 @@ std::vector<std::string> presences(const OwnTemporaryDirectory& directory) {
 }
 
 } // namespace
-
-TEST(Presence, TwoClientsGetTheirOwnAnswers) {
-    const OwnTemporaryDirectory directory;
-    Desk desk;
-    Process first = desk.editor("/first");
-    const auto one = desk.next();
-    Process second = desk.editor("/second");
-    while (desk.server().openHandOffs() < 2) std::this_thread::yield();
-    one.second.resume(true);
-    EXPECT_EQ(first.wait().status, 0);
-    const auto two = desk.next();
-    EXPECT_EQ(two.first, "/second");
-    two.second.resume(false);
-    EXPECT_EQ(second.wait().status, 1);
-    while (desk.server().openHandOffs() > 0) std::this_thread::yield();
-}
-
-TEST(Presence, AKilledClientHoldsNobodyUp) {
-    const OwnTemporaryDirectory directory;
-    Desk desk;
-    for (int round = 1; round <= 3; ++round) {
-        Process killed = desk.editor("/killed");
-        EXPECT_EQ(desk.next().first, "/killed");
-        killed.signalGroup(SIGKILL);
-        desk.waitForWithdrawals(round); // the window can close
-        EXPECT_EQ(killed.wait().status, -SIGKILL);
-        Process alive = desk.editor("/alive");
-        const auto question = desk.next();
-        EXPECT_EQ(question.first, "/alive");
-        question.second.resume(true);
-        EXPECT_EQ(alive.wait().status, 0);
-    }
-}
 
 /// Ends a client at an instant that nobody foresees, and then serves one as if nothing had been.
 TEST(Presence, ClientsMayDieAtAnyInstant) {
@@ -202,8 +113,11 @@ TEST(Presence, ClientsDoNotOutliveTheirHost) {
 TEST(Presence, ParallelClientsNeverCross) {
     const OwnTemporaryDirectory directory;
     std::mt19937 random(1);
-    Editor::Server edits(
-        [](std::string path) -> Task<bool> { co_return std::hash<std::string>()(path) % 2 == 0; });
+    std::atomic<std::size_t> most = 0;
+    Editor::Server edits([&](std::string path) -> Task<bool> {
+        most = std::max(most.load(), edits.openHandOffs());
+        co_return std::hash<std::string>()(path) % 2 == 0;
+    });
     Askpass::Server prompts([](std::string prompt) -> Task<std::optional<std::string>> {
         co_return "answer to " + prompt;
     });
@@ -230,6 +144,8 @@ TEST(Presence, ParallelClientsNeverCross) {
         auto working = withTaskGroup<>(body);
         runMain(std::move(working));
     }
+    EXPECT_GT(most, 1U) << "none waited for its turn";
+    while (edits.openHandOffs() > 0) std::this_thread::yield();
 }
 
 /// Real git in parallel, two questions each, as a fetch of many submodules asks.
@@ -278,25 +194,27 @@ TEST(Presence, ClosesTheWindowOfAToolThatGaveUp) {
 TEST(Presence, TellsItsHostWhatGoesOn) {
     const OwnTemporaryDirectory directory;
     LogEntries log;
-    Desk desk;
-    EXPECT_EQ(desk.server().openHandOffs(), 0U);
+    std::atomic<std::size_t> open = 0;
+    Editor::Server server([&](std::string) -> Task<bool> {
+        open = server.openHandOffs();
+        co_return true;
+    });
+    EXPECT_EQ(server.openHandOffs(), 0U);
     // A foreign client, made of system calls, is served without a turn.
-    BarePeer foreign(desk.server().path(), "<>", "\4/foreign");
-    const auto question = desk.next();
-    EXPECT_EQ(desk.server().openHandOffs(), 1U);
-    question.second.resume(true);
-    EXPECT_EQ(foreign.finish(), std::vector<std::string>{std::string(1, '\0')});
-    BarePeer malformed(desk.server().path(), "<", "\77");
-    EXPECT_EQ(thrownNumber([&] { runMain(desk.server().untilEnded()); }), EBADMSG);
+    BarePeer foreign(server.path(), "<>", "\4/foreign");
+    EXPECT_EQ(foreign.finish(), std::vector{"\0"s});
+    EXPECT_EQ(open, 1U);
+    BarePeer malformed(server.path(), "<", "\77");
+    EXPECT_EQ(thrownNumber([&] { runMain(server.untilEnded()); }), EBADMSG);
     malformed.finish();
     // Nobody will answer any more: who comes is told so at once.
-    Process late = desk.editor("/late");
-    const auto result = late.wait();
-    EXPECT_EQ(result.status, 1);
-    EXPECT_TRUE(result.errors.starts_with(hostEnded)) << result.errors;
-    Desk stopped;
-    stopped.server().stop();
-    runMain(stopped.server().untilEnded());
+    const auto late = run({program("editor-shim"), "/late"}, {{"MV_EDITOR_CONN", server.path()}});
+    EXPECT_EQ(late.status, 1);
+    EXPECT_TRUE(late.errors.starts_with("editorClient: error: the host has ended: Connection re"))
+        << late.errors;
+    Editor::Server stopped([](std::string) -> Task<bool> { co_return true; });
+    stopped.stop();
+    runMain(stopped.untilEnded());
     EXPECT_EQ(presences(directory).size(), 0U) << "a dead one went with the next server";
 }
 
@@ -304,23 +222,19 @@ TEST(Presence, DoesWithoutWhereItCannotBe) {
     const OwnTemporaryDirectory directory;
     const std::string deep = directory / std::string(120, 'd').c_str();
     const Variable longPath("TMPDIR", deep);
-    {
-        Editor::Server far([](std::string) -> Task<bool> { co_return true; });
-        EXPECT_EQ(std::filesystem::exists(deep + "/mv.presence"), true);
-        EXPECT_EQ(
-            Process({program("editor-shim"), "/x"}, {{"MV_EDITOR_CONN", far.path()}}).wait().status,
-            0);
-    }
     LogEntries log;
+    const auto serve = [] {
+        const Editor::Server server([](std::string) -> Task<bool> { co_return true; });
+        runMain(client(server.path(), "/x").run());
+    };
+    serve();
+    EXPECT_TRUE(std::filesystem::exists(deep + "/mv.presence"));
     const Faults fault(Faults::failing(SystemCall::bind, EPERM, 2));
-    Editor::Server without([](std::string) -> Task<bool> { co_return true; });
-    EXPECT_EQ(
-        Process({program("editor-shim"), "/x"}, {{"MV_EDITOR_CONN", without.path()}}).wait().status,
-        0);
-    const Editor::Server again([](std::string) -> Task<bool> { co_return true; });
+    serve();
+    serve();
     const auto entries = log.take();
     const auto isOurs = [](const std::string& text) { return text.starts_with("presence: "); };
-    EXPECT_LE(std::count_if(entries.begin(), entries.end(), isOurs), 1) << "a process, once";
+    EXPECT_LE(std::ranges::count_if(entries, isOurs), 1) << "a process, once";
 }
 
 } // namespace Platform
