@@ -1,8 +1,9 @@
 #include <poll.h>
-#include <spawn.h>
-#include <support/HandOffs.h>
+#include <pty.h>
+#include <support/RealTools.h>
 #include <sys/syscall.h>
 #include <termios.h>
+#include <utmp.h>
 
 namespace Platform {
 namespace {
@@ -10,26 +11,19 @@ namespace {
 /// A terminal, and a shell script that leads a session on it.
 class Pty {
 public:
-    explicit Pty(const std::string& script)
-        : master_(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
-        ::grantpt(master_.get());
-        ::unlockpt(master_.get());
-        const std::string name = ::ptsname(master_.get());
-        slave_ = FileDescriptor(::open(name.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    explicit Pty(const std::string& script) {
+        int master = -1, slave = -1;
+        EXPECT_EQ(::openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+        ::fcntl(master, F_SETFD, FD_CLOEXEC);
+        master_ = FileDescriptor(master);
         initialModes = modes();
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 0, name.c_str(), O_RDWR, 0);
-        posix_spawn_file_actions_adddup2(&actions, 0, 1);
-        posix_spawn_file_actions_adddup2(&actions, 0, 2);
-        posix_spawnattr_t attributes;
-        posix_spawnattr_init(&attributes);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
-        std::string words[] = {"sh", "-c", script};
-        char* const arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
-        EXPECT_EQ(posix_spawn(&id_, "/bin/sh", &actions, &attributes, arguments, environ), 0);
-        posix_spawnattr_destroy(&attributes);
-        posix_spawn_file_actions_destroy(&actions);
+        id_ = ::fork();
+        if (id_ == 0) {
+            ::login_tty(slave);
+            ::execl("/bin/sh", "sh", "-c", script.c_str(), nullptr);
+            ::_exit(127);
+        }
+        FileDescriptor(slave).reset();
         end_ = FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, id_, 0)));
     }
     Pty(const Pty&) = delete;
@@ -61,12 +55,12 @@ public:
     /// The terminal's modes, to be compared.
     std::string modes() const {
         termios value{};
-        ::tcgetattr(slave_.get(), &value);
+        ::tcgetattr(master_.get(), &value);
         return {reinterpret_cast<const char*>(&value), sizeof value};
     }
     bool echoes() const {
         termios value{};
-        ::tcgetattr(slave_.get(), &value);
+        ::tcgetattr(master_.get(), &value);
         return (value.c_lflag & ECHO) != 0;
     }
 
@@ -95,28 +89,14 @@ private:
     }
 
     FileDescriptor master_;
-    FileDescriptor slave_;
     FileDescriptor end_;
     std::string output_;
     pid_t id_ = -1;
 };
 
-class TerminalHost : public testing::Test {
+class TerminalHost : public RealTools {
 protected:
-    TerminalHost() { std::filesystem::current_path(folder_ / ""); }
-    ~TerminalHost() override { std::filesystem::current_path("/"); }
-
     const std::string host = program("terminal-host");
-    const OwnTemporaryDirectory folder_;
-    const Variable home_{"HOME", folder_ / ""};
-    const Variable system_{"GIT_CONFIG_NOSYSTEM", "1"};
-    const Variable global_{"GIT_CONFIG_GLOBAL", "/dev/null"};
-    const Variable hg_{"HGRCPATH", ""};
-    const Variable hgUser_{"HGUSER", "me"};
-    const Variable author_{"GIT_AUTHOR_NAME", "me"}, authorMail_{"GIT_AUTHOR_EMAIL", "m@e"};
-    const Variable committer_{"GIT_COMMITTER_NAME", "me"}, mail_{"GIT_COMMITTER_EMAIL", "m@e"};
-    const Variable visual_{"VISUAL", std::nullopt}, editor_{"EDITOR", std::nullopt};
-    const Variable locale_{"LC_ALL", "C"};
 };
 
 TEST_F(TerminalHost, AnswersRealToolsWithAndWithoutATerminal) {

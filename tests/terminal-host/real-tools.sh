@@ -11,8 +11,8 @@ expect() {
     test "$wanted" = "$("$@")"
 }
 
-git init -q -b main "it's a repository"
-cd "it's a repository"
+git init -q -b main "it's a dépôt"
+cd "it's a dépôt"
 for name in one two three four; do
     echo "$name" >"$name"
     git add "$name"
@@ -33,6 +33,11 @@ one" git log --format=%s
 expect "more" tail -n 1 four
 "$host" --edit "sed -i '1s/^/Edited: /'" -- git commit -q --amend
 expect "Edited: four" git log -1 --format=%s
+git switch -q -c side
+git commit -q --allow-empty -m Side
+git switch -q main
+"$host" --edit "sed -i '1s/^Merge branch/Merged/'" -- git merge -q --no-ff --edit side
+expect "Merged 'side'" git log -1 --format=%s
 "$host" --message Tagged -- git tag -a v1
 expect "Tagged" git tag -n --format='%(subject)'
 "$host" --message Noted -- git notes add
