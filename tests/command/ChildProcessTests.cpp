@@ -15,7 +15,7 @@ TEST(ChildProcess, StartsFreshWhateverTheHostIsLike) {
     sigaddset(&interrupt, SIGINT);
     pthread_sigmask(SIG_BLOCK, &interrupt, &mask);
 
-    const std::string path = Testing::program("helper-child-state");
+    const std::string path = program("helper-child-state");
     const std::string arguments[] = {"", "a b", "\xff\n"};
     const std::map<std::string, std::string> none, some{{"B", "=2="}, {"A", ""}};
     const std::string here = std::filesystem::current_path(),
@@ -79,8 +79,7 @@ TEST(ChildProcess, SaysWhichFileAFailedLaunchIsAbout) {
     const NobodyLeft check;
     const Scratch scratch;
     const auto file = [&](const char* name, const std::string& contents, mode_t mode) {
-        std::ofstream(scratch / name) << contents;
-        ::chmod((scratch / name).c_str(), mode);
+        ::chmod(write(scratch / name, contents).c_str(), mode);
         return scratch / name;
     };
     const std::string none = scratch / "none", sh = "/bin/sh", plain = file("plain", "x", 0600);
@@ -176,15 +175,6 @@ TEST(ChildProcess, TheGroupOutlivesItsLeaderOnlyWhereTheIdIsHeld) {
         if (!holds) in.writing.reset();
         EXPECT_TRUE(out.reading.readToEnd().empty()) << "ends once the one left behind has";
     }
-}
-
-TEST(ChildProcess, ADroppedHandleLeavesNoZombie) {
-    const NobodyLeft check; // waits for it
-    Pipe in = makePipe();
-    ChildProcess child = startShell("cat", nullptr, &in.reading);
-    child = startShell("cat", nullptr, &in.reading);
-    const ChildProcess holding = startShell(":", nullptr, nullptr, true);
-    holding.waitForEnd();
 }
 
 namespace {

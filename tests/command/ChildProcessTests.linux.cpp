@@ -30,7 +30,7 @@ TEST(ChildProcess, StartsFreshInASandboxWithoutTheNewCalls) {
     std::thread([] {
         forbidNewCalls();
         const std::map<std::string, std::string> none;
-        const std::string path = Testing::program("helper-child-state");
+        const std::string path = program("helper-child-state");
         EXPECT_EQ(outputOf({.path = path, .environment = &none})
                       .find("descriptors 0 1 2\nsignals\nleads group\n"),
                   0U);

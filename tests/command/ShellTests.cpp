@@ -5,14 +5,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// An executable file.
-std::string script(const Scratch& scratch, const char* name, const std::string& body) {
-    const std::string path = scratch / name;
-    std::ofstream(path) << "#!/bin/sh\n" << body;
-    ::chmod(path.c_str(), 0700);
-    return path;
-}
-
 Shell load(const std::string& path, std::optional<milliseconds> limit = std::nullopt) {
     return runMain(Shell::load(path, limit));
 }
@@ -23,9 +15,9 @@ TEST(Shell, TakesTheFirstAttemptThatSucceeds) {
     const NobodyLeft check;
     const Scratch scratch;
     const auto outcome = [&](const char* failing) {
-        const Shell shell = load(script(scratch, "shell",
-                                        std::string("case \"$*\" in ") + failing +
-                                            ") exit 1;; esac; echo \"WITH=$*\"; echo $THERE"));
+        const Shell shell = load(
+            writeScript(scratch / "shell", std::string("case \"$*\" in ") + failing +
+                                               ") exit 1;; esac; echo \"WITH=$*\"; echo $THERE"));
         return shell.environment() ? shell.environment()->at("WITH") : "none";
     };
     const Variable variable("THERE", "THERE=yes");
@@ -36,7 +28,7 @@ TEST(Shell, TakesTheFirstAttemptThatSucceeds) {
     EXPECT_EQ(load("/none").environment(), std::nullopt);
     EXPECT_EQ(load("/none").PATH(), std::nullopt);
     EXPECT_EQ(load("/none").path(), "/none");
-    const Shell quiet = load(script(scratch, "quiet", ":"));
+    const Shell quiet = load(writeScript(scratch / "quiet", ":"));
     EXPECT_EQ(quiet.environment(), Shell::Environment());
     EXPECT_EQ(quiet.PATH(), std::nullopt);
 }
@@ -44,7 +36,7 @@ TEST(Shell, TakesTheFirstAttemptThatSucceeds) {
 TEST(Shell, ReadsVariablesAsTheyArePrinted) {
     const NobodyLeft check;
     const Scratch scratch;
-    const Shell shell = load(script(scratch, "shell", R"(
+    const Shell shell = load(writeScript(scratch / "shell", R"(
         printf 'welcome\nA=1\nB = two \nC=\n=x\n=x=y\nD=a=b\nE==\n'
         printf 'F=1\rG=2\r\nH=3\302\205I=4\342\200\250J=5\342\200\251K=\302\240 6\t\n'
         printf 'F=7\nL=\3778\nM=a\nb\nPATH=/x:/y\nlast=1' )"));
@@ -70,12 +62,12 @@ TEST(Shell, ReadsVariablesAsTheyArePrinted) {
 TEST(Shell, LimitsTheTime) {
     const NobodyLeft check;
     const Scratch scratch;
-    const std::string waiting =
-        script(scratch, "waiting", "trap '' TERM; sh -c \"trap '' TERM; while :; do :; done\"");
+    const std::string waiting = writeScript(
+        scratch / "waiting", "trap '' TERM; sh -c \"trap '' TERM; while :; do :; done\"");
     EXPECT_EQ(load(waiting, milliseconds(20)).environment(), std::nullopt);
     const std::string mark = scratch / "mark";
-    auto loading =
-        detached([&, path = script(scratch, "marking", "echo > " + mark + "; exec " + waiting)] {
+    auto loading = detached(
+        [&, path = writeScript(scratch / "marking", "echo > " + mark + "; exec " + waiting)] {
             return Shell::load(path);
         });
     while (!std::filesystem::exists(mark)) std::this_thread::yield();
@@ -84,7 +76,8 @@ TEST(Shell, LimitsTheTime) {
     EXPECT_EQ(runMain(result()).environment(), std::nullopt);
     // What one attempt has used up, the next does not get.
     const std::string count = scratch / "count";
-    const std::string slow = script(scratch, "slow", "echo >> " + count + "; exec " + waiting);
+    const std::string slow =
+        writeScript(scratch / "slow", "echo >> " + count + "; exec " + waiting);
     EXPECT_EQ(load(slow, milliseconds(200)).environment(), std::nullopt);
     EXPECT_EQ(std::filesystem::file_size(count), 1U) << "attempts";
 }
@@ -112,7 +105,7 @@ TEST(Shell, LoadsFromRealShells) {
     const Scratch outside;
     const std::string daemonId = outside / "daemon";
     const std::string daemon =
-        script(outside, "start", "sleep 1000 & echo $! > " + daemonId + "\n");
+        writeScript(outside / "start", "sleep 1000 & echo $! > " + daemonId + "\n");
     const struct {
         const char* what;
         std::string line;
@@ -131,7 +124,7 @@ TEST(Shell, LoadsFromRealShells) {
         }
         for (const auto& habit : habits) {
             for (const char* const name : kind.files) {
-                std::ofstream(home / name) << habit.line << "\n" << kind.set << "'a  b=c'\n";
+                write(home / name, habit.line + "\n" + kind.set + "'a  b=c'\n");
             }
             const Shell shell = load(path, milliseconds(20000));
             ASSERT_TRUE(shell.environment()) << kind.name << " " << habit.what;
@@ -144,7 +137,7 @@ TEST(Shell, LoadsFromRealShells) {
         }
     }
     // Who has the start-up file become another shell gets that one's environment, or none.
-    std::ofstream(home / ".bash_profile") << "export FROM_FILE=1; exec /bin/dash -c env\n";
+    write(home / ".bash_profile", "export FROM_FILE=1; exec /bin/dash -c env\n");
     EXPECT_EQ(load("/bin/bash").environment()->at("FROM_FILE"), "1");
 }
 

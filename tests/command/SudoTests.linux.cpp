@@ -22,23 +22,17 @@ TEST(Sudo, TellsWhetherTheProgramWasStarted) {
         {R"(shift; exec "$@")", "true", false}, // no absolute path
         {"", "/bin/true", false},               // ends with 0, having started nothing
     };
-    const auto script = [&](const char* name, const std::string& body) {
-        std::ofstream(scratch / name) << "#!/bin/sh\n" + body + "\n";
-        ::chmod((scratch / name).c_str(), 0700);
-    };
     const Variable path("PATH", scratch / ".");
     EXPECT_FALSE(Sudo::run("/bin/true", {})) << "no launcher";
-    script("ends126", "exit 126");
+    writeScript(scratch / "ends126", "exit 126");
     Pipe hold = makePipe();
-    script("stays", "exec /bin/cat /proc/" + std::to_string(::getpid()) + "/fd/" +
-                        std::to_string(hold.reading.get()));
+    writeScript(scratch / "stays", "exec /bin/cat /proc/" + std::to_string(::getpid()) + "/fd/" +
+                                       std::to_string(hold.reading.get()));
     for (const auto& [launcher, program, isStarted] : cases) {
-        script("pkexec", launcher);
+        writeScript(scratch / "pkexec", launcher);
         EXPECT_EQ(Sudo::run(program, {"a b", ""}), isStarted) << launcher;
     }
-    std::ifstream file(told);
-    EXPECT_EQ(std::string(std::istreambuf_iterator(file), {}),
-              "<--disable-internal-agent></bin/true><a b><>");
+    EXPECT_EQ(contentsOf(told), "<--disable-internal-agent></bin/true><a b><>");
 }
 
 } // namespace Platform

@@ -29,6 +29,18 @@ inline TaskHandle<Data> collect(std::shared_ptr<Cmd::Channel> channel) {
     });
 }
 
+/// The error that running it to the end throws.
+template <class T>
+std::optional<Cmd::ExitError> exitError(Task<T> task) {
+    try {
+        runMain(std::move(task));
+    } catch (const Cmd::ExitError& error) {
+        return error;
+    }
+    ADD_FAILURE() << "no error";
+    return std::nullopt;
+}
+
 /// Takes one chunk, and no more.
 inline Data first(const std::shared_ptr<Cmd::Channel>& channel) {
     auto taking = [&]() -> Task<Data> { co_return *co_await channel->receive(); };

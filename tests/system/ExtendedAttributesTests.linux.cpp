@@ -12,9 +12,7 @@ protected:
 };
 
 std::string getfattr(const std::string& path) {
-    return Testing::run(
-               {"getfattr", "--absolute-names", "--only-values", "-n", name.rawValue, path})
-        .output;
+    return run({"getfattr", "--absolute-names", "--only-values", "-n", name.rawValue, path}).output;
 }
 
 } // namespace
@@ -30,8 +28,7 @@ static_assert((Options::create | Options(0x40)).contains(Options::create) &&
 TEST_F(FileAttributes, AreThoseThatTheSystemsToolsSee) {
     const NothingLeft nothingLeft;
 
-    ASSERT_EQ(Testing::run({"setfattr", "-n", name.rawValue, "-v", "0x61ff00f09f98", root}).status,
-              0);
+    ASSERT_EQ(run({"setfattr", "-n", name.rawValue, "-v", "0x61ff00f09f98", root}).status, 0);
     EXPECT_EQ(file.data(name, {}).view(), std::string_view("a\xff\0\xf0\x9f\x98", 6));
     EXPECT_EQ(file.string(name, {}),
               std::string("a\xef\xbf\xbd\0\xef\xbf\xbd", 8)); // one for each invalid sequence
@@ -45,7 +42,7 @@ TEST_F(FileAttributes, AreThoseThatTheSystemsToolsSee) {
     EXPECT_TRUE(file.data(name, {}).empty());
     EXPECT_EQ(file.string(name, {}), "");
     file.removeAttribute(name, {});
-    EXPECT_EQ(Testing::run({"getfattr", "-n", name.rawValue, root}).status, 1);
+    EXPECT_EQ(run({"getfattr", "-n", name.rawValue, root}).status, 1);
     EXPECT_FALSE(file.hasAttribute(name));
 }
 

@@ -17,8 +17,7 @@ inline bool isMarked(const std::string& path) {
 }
 
 inline std::string file(const std::string& path) {
-    std::ofstream(path) << "";
-    return path;
+    return write(path, "");
 }
 
 inline std::string folder(const std::string& path) {
@@ -33,7 +32,7 @@ protected:
         if (!mark(root)) GTEST_SKIP() << "no user attributes on the file system of " << root;
     }
     // The C++ library's own removal holds a descriptor for each level.
-    void TearDown() override { Testing::run({"rm", "-rf", root}); }
+    void TearDown() override { run({"rm", "-rf", root}); }
 
     const Scratch scratch;
     const std::string root = folder(scratch / "root");

@@ -14,8 +14,7 @@ using Visit = ExtendedAttributes::Visit;
 
 /// How many files the system's own tool finds marked, itself following no links.
 std::ptrdiff_t countMarked(const std::string& root) {
-    const std::string found =
-        Testing::run({"getfattr", "-R", "-P", "-h", "-n", name.rawValue, root}).output;
+    const std::string found = run({"getfattr", "-R", "-P", "-h", "-n", name.rawValue, root}).output;
     return std::ranges::count(found, '#');
 }
 
@@ -309,7 +308,7 @@ TEST_F(Tree, MayBeMovedWhileItIsWalked) {
     constexpr std::size_t levels = 60, open = detail::TreeWalk::mostOpen;
     constexpr std::size_t everything = 1 + entriesPerLevel * levels;
     const auto visitsWhile = [&](bool movesInside, bool movesTop) {
-        Testing::run({"rm", "-rf", root, scratch / "elsewhere"});
+        run({"rm", "-rf", root, scratch / "elsewhere"});
         fs::create_directory(root);
         makeChain(root, levels);
         std::size_t visited = 0;

@@ -84,25 +84,6 @@ TEST(FIFO, AFailedCallIsThrownAndLeavesThingsAsTheyWere) {
     EXPECT_FALSE(isPipe(path));
 }
 
-TEST(FIFO, AShortWriteIsReportedAndAVanishedReaderIsAnErrorWithoutASignal) {
-    const NothingLeft check;
-    const Scratch scratch;
-    const auto fifo = FIFO::createAtPath(scratch / "pipe");
-    {
-        const Faults faults([](SystemCall call, std::size_t* count) {
-            if (call == SystemCall::write) *count = 3;
-            return 0;
-        });
-        BarePeer reader(fifo->path(), ">");
-        EXPECT_EQ(fifo->send(Data("cut off")), 3u);
-        EXPECT_EQ(reader.finish(), std::vector<std::string>{"cut"});
-    }
-    FileDescriptor reader(::open(fifo->path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    const auto handle = fifo->handleForWriting();
-    reader.reset();
-    EXPECT_EQ(thrownNumber([&] { handle.write(Data("x")); }), EPIPE);
-}
-
 TEST(FIFO, WhoIsReleasedByItsRemovalDoesNotReadItsOwnWords) {
     const Scratch scratch;
     const std::string path = scratch / "pipe";
