@@ -1,19 +1,9 @@
-#include <Platform/base/detail/LogSink.h>
-
+#include <support/Commands.h>
+#include <support/HandOffs.h>
 #include <support/SeededExecutor.h>
 
 namespace Platform {
 namespace {
-
-std::string logged;
-
-void keepLog(const char* label, std::string_view text) {
-    logged += std::string(label) + ": " + std::string(text) + "\n";
-}
-
-void printLog(const char* label, std::string_view text) {
-    std::fprintf(stderr, "%s: %.*s\n", label, static_cast<int>(text.size()), text.data());
-}
 
 TEST(CheckedContinuation, EndsTheWaitWithWhatItWasGiven) {
     runMain([]() -> Task<void> {
@@ -54,7 +44,7 @@ TEST(CheckedContinuation, ResumingOnlySchedules) {
 }
 
 TEST(CheckedContinuation, MisuseIsToldWithTheLabel) {
-    const auto before = detail::setLogSink(keepLog);
+    LogEntries log;
     static TaskHandle<void> waitsForEver; // keeps the parked task reachable
     {
         SeededExecutor executor(1);
@@ -65,9 +55,12 @@ TEST(CheckedContinuation, MisuseIsToldWithTheLabel) {
         executor.runUntilIdle();
         EXPECT_FALSE(waitsForEver.hasEnded());
     }
-    EXPECT_EQ(logged, "continuation: error: lost was dropped without being resumed: "
-                      "its task waits for ever\n");
-    detail::setLogSink(printLog);
+    EXPECT_EQ(log.take(),
+              std::vector{"continuation: error: lost was dropped without being resumed: "
+                          "its task waits for ever"s});
+    const auto before = detail::setLogSink([](const char* label, std::string_view text) {
+        std::fprintf(stderr, "%s: %.*s\n", label, static_cast<int>(text.size()), text.data());
+    });
     EXPECT_DEATH(runMain([]() -> Task<void> {
                      co_await withCheckedContinuation("double", [](auto it) {
                          it.resume();
@@ -91,9 +84,7 @@ TEST(CheckedContinuation, RacesWithItsOwnSuspension) {
         });
         handedOver.arrive_and_wait();
         std::exchange(shared, std::nullopt)->resume(round);
-        ASSERT_EQ(
-            runMain([](TaskHandle<int>& handle) -> Task<int> { co_return co_await handle; }(task)),
-            round);
+        ASSERT_EQ(result(std::move(task)), round);
     }
 }
 

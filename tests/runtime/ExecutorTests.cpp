@@ -2,6 +2,7 @@
 
 #include <semaphore>
 
+#include <support/Commands.h>
 #include <support/SeededExecutor.h>
 
 namespace Platform {
@@ -18,11 +19,6 @@ public:
 private:
     CooperativePool pool_;
 };
-
-template <class T>
-T await(TaskHandle<T>& handle) {
-    return runMain([](TaskHandle<T>& ended) -> Task<T> { co_return co_await ended; }(handle));
-}
 
 TEST(CooperativePool, ServesMoreUrgentTasksFirstAndEqualsInOrder) {
     const OwnPool pool(1);
@@ -51,8 +47,8 @@ TEST(CooperativePool, ServesMoreUrgentTasksFirstAndEqualsInOrder) {
     add(TaskPriority::high, 'a');
     add(TaskPriority::userInitiated, 'b');
     go.release();
-    for (auto& handle : handles) await(handle);
-    await(blocker);
+    for (auto& handle : handles) result(std::move(handle));
+    result(std::move(blocker));
     EXPECT_EQ(order, "abcdefgh");
 }
 
@@ -66,8 +62,8 @@ TEST(CooperativePool, TwoTasksThatWakeEachOtherDoNotStarveAThird) {
         stop = true;
         co_return;
     });
-    await(third);
-    await(busy);
+    result(std::move(third));
+    result(std::move(busy));
 }
 
 // A task that keeps its worker busy after it has woken another: an idle worker takes that one over.
@@ -83,7 +79,7 @@ TEST(CooperativePool, TakesOverATaskThatABusyWorkerDoesNotComeTo) {
             ran.acquire();
             co_await woken;
         });
-        await(busy);
+        result(std::move(busy));
     }
 }
 
@@ -105,7 +101,7 @@ TEST(CooperativePool, LosesNoTask) {
                 for (auto& handle : inner) co_await handle;
             }));
         }
-        for (auto& handle : outer) await(handle);
+        for (auto& handle : outer) result(std::move(handle));
         ASSERT_EQ(ran, 100);
     }
 }

@@ -1,4 +1,5 @@
 #include <support/BarePeer.h>
+#include <support/Commands.h>
 #include <support/HandOffs.h>
 #include <support/SeededExecutor.h>
 
@@ -39,12 +40,6 @@ Task<std::string> receiving(std::shared_ptr<MessageBus> bus) {
 
 Task<std::string> operation(std::shared_ptr<MessageBus> bus, std::optional<Message> message) {
     return message ? sending(std::move(bus), std::move(*message)) : receiving(std::move(bus));
-}
-
-std::string resultOf(TaskHandle<std::string> handle) {
-    return runMain([](TaskHandle<std::string> ended) -> Task<std::string> {
-        co_return co_await ended;
-    }(std::move(handle)));
 }
 
 const std::string destroyedPipe = std::to_string(EPIPE);
@@ -122,20 +117,17 @@ TEST(MessageBus, OperationsKeepTheirOrderAndHeedCancellationOnlyBeforehand) {
     };
     std::vector<TaskHandle<std::string>> handles;
     for (const bool cancelled : {false, true}) {
-        handles.push_back(begin(Message::text("1"), cancelled));
+        handles.push_back(begin(Message::text("one"), cancelled));
         handles.push_back(begin(std::nullopt, cancelled));
-        handles.push_back(begin(Message::text("2"), cancelled));
+        handles.push_back(begin(Message::text("two"), cancelled));
     }
     BarePeer peer(bus->path(), "><>", "\3answer");
     executor.runUntil(
         [&] { return std::ranges::all_of(handles, &TaskHandle<std::string>::hasEnded); });
-    EXPECT_EQ(peer.finish(), (std::vector<std::string>{"\3"
-                                                       "1",
-                                                       "\3"
-                                                       "2"}));
+    EXPECT_EQ(peer.finish(), (std::vector{"\3one"s, "\3two"s}));
     for (const char* expected :
          {"sent", "\3answer", "sent", "cancelled", "cancelled", "cancelled"}) {
-        EXPECT_EQ(resultOf(std::move(handles.front())), expected);
+        EXPECT_EQ(result(std::move(handles.front())), expected);
         handles.erase(handles.begin());
     }
 }
@@ -206,8 +198,8 @@ TEST(MessageBus, DestructionAndCancellationRaceWithOperations) {
         const auto received = peer.release();
         std::multiset<std::string> sent;
         for (Attempt& attempt : attempts) {
-            const std::string result = resultOf(std::move(attempt.handle));
-            ++seen[result];
+            const std::string outcome = result(std::move(attempt.handle));
+            ++seen[outcome];
             std::set<std::string> allowed = {missing};
             if (attempt.wasDestroyed) {
                 allowed = {attempt.message ? "not sent" : destroyedPipe};
@@ -216,15 +208,15 @@ TEST(MessageBus, DestructionAndCancellationRaceWithOperations) {
             } else if (attempt.message) {
                 allowed.insert(destroyedPipe);
                 if (steps.find('>') != std::string::npos) allowed.insert("sent");
-                if (result == "sent") sent.insert("\3" + attempt.message->string());
+                if (outcome == "sent") sent.insert("\3" + attempt.message->string());
             } else {
                 allowed.insert(malformed);
                 if (steps.find('<') != std::string::npos) allowed.insert(fromPeer);
                 // From under a peer that opened but is slow to read, released by the removal's
                 // open.
-                if (result.starts_with('\3')) allowed.insert(result);
+                if (outcome.starts_with('\3')) allowed.insert(outcome);
             }
-            EXPECT_TRUE(allowed.contains(result)) << result;
+            EXPECT_TRUE(allowed.contains(outcome)) << outcome;
         }
         for (std::string_view frames : received) { // what is sent in a row may come in one piece
             // A peer that the removal's open releases may even find its own message before the
