@@ -27,22 +27,6 @@ TEST(CheckedContinuation, EndsTheWaitWithWhatItWasGiven) {
     }());
 }
 
-TEST(CheckedContinuation, ResumingOnlySchedules) {
-    SeededExecutor executor(1);
-    std::optional<CheckedContinuation<int>> continuation;
-    int got = 0;
-    auto task = detached([&]() -> Task<void> {
-        auto wait = withCheckedContinuation<int>([&](auto it) { continuation = it; });
-        got = co_await wait;
-    });
-    executor.runUntilIdle();
-    continuation->resume(5);
-    EXPECT_EQ(got, 0);
-    executor.runUntilIdle();
-    EXPECT_EQ(got, 5);
-    EXPECT_TRUE(task.hasEnded());
-}
-
 TEST(CheckedContinuation, MisuseIsToldWithTheLabel) {
     LogEntries log;
     static TaskHandle<void> waitsForEver; // keeps the parked task reachable
