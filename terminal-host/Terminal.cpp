@@ -132,9 +132,9 @@ Task<std::optional<int>> Terminal::lend(Cmd program) {
     ::tcgetattr(terminal_.get(), &before.value);
     std::shared_ptr<Cmd::RunningInstance> running;
     std::exception_ptr failure;
+    isLent_ = true; // before the program can say that it is ready
     try {
         running = program.start({.killAfter = std::chrono::seconds(2), .staysInGroup = true});
-        isLent_ = true;
         auto waiting = running->wait();
         co_await waiting;
     } catch (...) {
