@@ -2,6 +2,7 @@
 
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <support/Commands.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 
@@ -37,6 +38,19 @@ TEST(ChildProcess, StartsFreshInASandboxWithoutTheNewCalls) {
         const std::string missing = "/none";
         EXPECT_EQ(thrownNumber([&] { ChildProcess::launch({.path = missing}); }), ENOENT);
     }).join();
+}
+
+TEST(Cmd, EndsACaptureThatHasNoMemory) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizers need more address space than a limit leaves them";
+#endif
+    // Whether the program ends or not: it loses who reads it.
+    for (const char* const writes : {"head -c 3G /dev/zero", "exec cat /dev/zero"}) {
+        const auto refused = run({"sh", "-c", "ulimit -v 300000; exec \"$@\"", "sh",
+                                  program("example-capture-output"), "/bin/sh", "-c", writes});
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_EQ(refused.errors, "std::bad_alloc\n");
+    }
 }
 
 } // namespace Platform

@@ -146,6 +146,25 @@ TEST(Cmd, PassesEverythingOnToTheCommandsChannels) {
     }
 }
 
+TEST(Cmd, CombinesTheStreamsInTheOrderOfTheirChunks) {
+    const NobodyLeft check;
+    Cmd turns = shell("for i in 1 2 3 4; do printf o; read x; printf e >&2; read x; done");
+    turns.standardInput = std::make_shared<Channel>();
+    turns.standardOutput = std::make_shared<Channel>();
+    turns.standardError = std::make_shared<Channel>();
+    auto answering = detached([turns]() -> Task<> {
+        for (int i = 0; i < 4; ++i) {
+            for (const auto& channel : {turns.standardOutput, turns.standardError}) {
+                co_await channel->receive();
+                co_await turns.standardInput->send(Data("\n"));
+            }
+        }
+        turns.standardInput->close();
+    });
+    EXPECT_EQ(text(turns.combinedOutput()), "oeoeoeoe");
+    result(std::move(answering));
+}
+
 TEST(Cmd, FeedsWhatTheInputChannelGives) {
     const NobodyLeft check;
     Cmd cat = command("/bin/cat", {});
@@ -195,6 +214,16 @@ TEST(Cmd, RunDeliversEveryByteBeforeItReturns) {
         runMain(cmd.run());
         ASSERT_EQ(result(std::move(reading)).size(), size) << round;
     }
+    const std::int64_t size = rounds(64, 10240) * (std::int64_t{1} << 20);
+    Cmd endless = command("/usr/bin/head", {"-c", std::to_string(size), "/dev/zero"});
+    endless.standardOutput = std::make_shared<Channel>();
+    auto counting = detached([channel = endless.standardOutput]() -> Task<std::int64_t> {
+        std::int64_t count = 0;
+        while (auto chunk = co_await channel->receive()) count += std::ssize(chunk->view());
+        co_return count;
+    });
+    runMain(endless.run());
+    EXPECT_EQ(result(std::move(counting)), size);
 }
 
 TEST(Cmd, AFailedLaunchLeavesNothing) {
