@@ -257,11 +257,12 @@ TEST_F(TerminalHost, StaysAsSmallThroughManyAndLargeEdits) {
     const std::string peak = "grep VmHWM /proc/$PPID/status | tr -dc 0-9; echo; ";
     const int count = rounds(200, 10'000);
     const auto many =
-        run({host, "--accept", "sh", "-c",
-             "i=0; ask() { while [ $i -lt $1 ]; do eval \"$GIT_EDITOR $PWD/file\" || exit; "
-             "i=$((i + 1)); done; }; ask 100; " +
-                 peak + "ask \"$0\"; " + peak,
-             std::to_string(count)});
+        Process({host, "--accept", "sh", "-c",
+                 "i=0; ask() { while [ $i -lt $1 ]; do eval \"$GIT_EDITOR $PWD/file\" || exit; "
+                 "i=$((i + 1)); done; }; ask 100; " +
+                     peak + "ask \"$0\"; " + peak,
+                 std::to_string(count)})
+            .wait(std::chrono::minutes(10));
     EXPECT_EQ(many.status, 0) << many.errors;
     long before = 0, after = 0;
     EXPECT_EQ(std::sscanf(many.output.c_str(), "%ld %ld", &before, &after), 2) << many.output;
