@@ -15,7 +15,11 @@ template <class T, class Base>
 class RootResult : public Base, public WipedWhenFreed<mayBeSecret<T>> {
 public:
     /// The outcome, taken out. Once only, after the task has ended.
-    Outcome<T> takeOutcomeWhole() noexcept { return std::exchange(outcome_, Outcome<T>()); }
+    Outcome<T> takeOutcomeWhole() noexcept {
+        Outcome<T> taken = std::move(outcome_);
+        outcome_.template emplace<0>();
+        return taken;
+    }
 
 protected:
     using Base::Base;
