@@ -123,6 +123,8 @@ struct CooperativePool::State {
     std::atomic<std::size_t> searching{0};
     std::atomic<std::size_t> parkedCount{0};
     std::atomic<bool> watched{false}; ///< A parked worker looks after the slots.
+    /// Calls from outside that add a task: that task may be the last, and its end the pool's.
+    std::atomic<std::size_t> guests{0};
 
     std::mutex mutex;
     std::vector<Worker*> parked;
@@ -231,12 +233,13 @@ bool CooperativePool::State::park(Worker& self) {
 
 void CooperativePool::State::wakeOne() noexcept {
     if (searching != 0 || parkedCount == 0) return;
-    const std::lock_guard guard(mutex);
+    std::unique_lock lock(mutex);
     if (parked.empty()) return;
     Worker& worker = *parked.back();
     parked.pop_back();
     parkedCount = parked.size();
     worker.signalled = true;
+    lock.unlock(); // which the worker takes first
     worker.wake.notify_one();
 }
 
@@ -269,6 +272,7 @@ void CooperativePool::State::end() {
     for (const auto& worker : workers) {
         if (worker->thread.joinable()) worker->thread.join();
     }
+    while (guests != 0) std::this_thread::yield(); // a few instructions of theirs
 }
 
 CooperativePool::CooperativePool(std::size_t workers) : state_(std::make_unique<State>()) {
@@ -300,8 +304,10 @@ void CooperativePool::enqueue(TaskContext& task) noexcept {
     State& state = *state_;
     Worker* const worker = Worker::current;
     if (!worker || &worker->pool != &state) {
+        ++state.guests;
         state.shared.push(task);
         state.wakeOne();
+        --state.guests;
         return;
     }
     if (TaskContext* const displaced = worker->fillSlot(task)) {

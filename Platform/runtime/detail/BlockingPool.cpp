@@ -17,7 +17,7 @@ BlockingPool& BlockingPool::shared() {
 }
 
 void BlockingPool::submit(BlockingJob& job) {
-    const std::lock_guard guard(mutex_);
+    std::unique_lock lock(mutex_);
     if (lender_ && lender_->take(job)) return;
     if (queued_ >= idle_) {
         startThread([this] { serve(); }).detach();
@@ -28,6 +28,7 @@ void BlockingPool::submit(BlockingJob& job) {
     (last_ ? last_->next_ : first_) = &job;
     last_ = &job;
     ++queued_;
+    lock.unlock(); // which the thread takes first
     work_.notify_one();
 }
 
