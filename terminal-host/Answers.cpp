@@ -97,32 +97,22 @@ Answers::Answers(Options options, const Journal& journal, std::shared_ptr<Termin
       interrupt_(std::move(interrupt)) {}
 
 Task<bool> Answers::edit(std::string path) {
-    const auto start = Clock::now();
-    bool isAccepted = false;
-    const char* outcome = "declined";
-    try {
-        auto deciding = decide(path);
-        isAccepted = co_await deciding;
-        if (isAccepted) outcome = "accepted";
-    } catch (const CancellationError&) {
-        outcome = "cancelled";
-    } catch (const std::exception& error) {
-        Journal::complain(error.what());
-        outcome = "failed";
-    }
-    if (isTaskCancelled()) outcome = "cancelled";
-    journal_.answered("edit", path, outcome, secondsSince(start));
-    co_return isAccepted;
+    return journalled("edit", path, decide(path), "accepted");
 }
 
 Task<std::optional<std::string>> Answers::answer(std::string prompt) {
+    return journalled("prompt", prompt, reply(prompt), "answered");
+}
+
+template <class Answer>
+Task<Answer> Answers::journalled(const char* kind, std::string text, Task<Answer> answering,
+                                 const char* success) {
     const auto start = Clock::now();
-    std::optional<std::string> text;
+    Answer answer{};
     const char* outcome = "declined";
     try {
-        auto replying = reply(prompt);
-        text = co_await replying;
-        if (text) outcome = "answered";
+        answer = co_await answering;
+        if (answer) outcome = success;
     } catch (const CancellationError&) {
         outcome = "cancelled";
     } catch (const std::exception& error) {
@@ -130,8 +120,8 @@ Task<std::optional<std::string>> Answers::answer(std::string prompt) {
         outcome = "failed";
     }
     if (isTaskCancelled()) outcome = "cancelled";
-    journal_.answered("prompt", prompt, outcome, secondsSince(start));
-    co_return text;
+    journal_.answered(kind, text, outcome, secondsSince(start));
+    co_return answer;
 }
 
 Task<bool> Answers::decide(std::string path) {

@@ -27,6 +27,10 @@ public:
     Platform::Task<std::optional<std::string>> answer(std::string prompt);
 
 private:
+    /// Awaits an answer and writes down how that went. What fails declines.
+    template <class Answer>
+    Platform::Task<Answer> journalled(const char* kind, std::string text,
+                                      Platform::Task<Answer> answering, const char* success);
     Platform::Task<bool> decide(std::string path);
     Platform::Task<std::optional<std::string>> reply(std::string prompt);
     Platform::Task<bool> runOnFile(std::string command, std::string path);
