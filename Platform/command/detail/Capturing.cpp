@@ -1,5 +1,6 @@
 #include <Platform/command/detail/Capturing.h>
 
+#include <Platform/command/detail/BulkStream.h>
 #include <Platform/runtime/Cancellation.h>
 
 #include <algorithm>
@@ -110,7 +111,7 @@ PipeEnd::Progress Capturing::take(PipeEnd& end, Use use, Data* copy) {
     if (!use.isKept) passing_.clear();
     const std::size_t before = into.size();
     const std::size_t most =
-        use.isKept ? std::clamp(before, firstRead, PipeEnd::usualCapacity) : PipeEnd::usualCapacity;
+        use.isKept ? std::clamp(before, firstRead, widePipe) : PipeEnd::usualCapacity;
     const PipeEnd::Progress progress = end.read(into, most);
     const std::span<const std::byte> fresh = std::span<const std::byte>(into).subspan(before);
     if (use.isSaved) saver_.append(fresh);

@@ -1,6 +1,5 @@
 #include <Platform/command/detail/Pipe.h>
 
-#include <Platform/base/detail/Sigpipe.h>
 #include <Platform/base/detail/SystemCall.h>
 
 #include <fcntl.h>
@@ -15,7 +14,6 @@ Pipe makePipe() {
     for (const int end : ends) {
         systemCall(SystemCall::fcntl, [&] { return ::fcntl(end, F_SETFD, FD_CLOEXEC); });
     }
-    suppressSigpipe(made.writing.get());
     return made;
 }
 

@@ -10,8 +10,7 @@ struct Pipe {
     FileDescriptor writing;
 };
 
-/// Makes a pipe between this process and a child. Writing to it never raises SIGPIPE (see
-/// `writeWithoutSigpipe`). Throws `Errno`.
+/// Makes a pipe between this process and a child. Throws `Errno`.
 ///
 /// Linux: close-on-exec from birth. macOS has no such call: a process that other code starts just
 /// then may inherit the ends, one that `ChildProcess` starts never does.

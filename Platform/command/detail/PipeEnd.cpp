@@ -3,6 +3,7 @@
 #include <Platform/base/Errno.h>
 #include <Platform/base/detail/Sigpipe.h>
 #include <Platform/base/detail/SystemCall.h>
+#include <Platform/command/detail/BulkStream.h>
 #include <Platform/command/detail/Pipe.h>
 
 #include <algorithm>
@@ -19,6 +20,7 @@ namespace Platform::detail {
 
 PipeEnd::PipeEnd(FileDescriptor end, WatchEvent event) : Watch(event), end_(std::move(end)) {
     makeNonBlocking(end_);
+    if (event == WatchEvent::writable) suppressSigpipe(end_.get());
     setSubject(end_.get());
 }
 
@@ -38,6 +40,9 @@ PipeEnd::Progress PipeEnd::read(Data& into, std::size_t most) {
     const std::span<std::byte> room =
         keeps ? into.appendUninitialized(most)
               : std::span(rubbish).first(std::min(most, rubbish.size()));
+    if (room.size() > usualCapacity) {
+        backWithMemory(room.first(std::min(room.size(), lastRead_))); // as much will come again
+    }
     const auto count = trySystemCall(SystemCall::read, room.size(), [&](std::size_t size) {
         // NOLINTNEXTLINE(clang-analyzer-unix.BlockInCriticalSection): it does not block
         return ::read(end_.get(), room.data(), size);
@@ -45,6 +50,8 @@ PipeEnd::Progress PipeEnd::read(Data& into, std::size_t most) {
     const int error = errno;
     const std::size_t got = count > 0 ? static_cast<std::size_t>(count) : 0;
     if (keeps) into.truncate(before + got);
+    if (got > 0) lastRead_ = got;
+    if (got >= usualCapacity && !std::exchange(isWide_, true)) widenPipe(end_);
     if (count > 0 && !isOver) {
         if (left_) *left_ -= got;
         return Progress::made;

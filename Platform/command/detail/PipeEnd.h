@@ -21,7 +21,8 @@ class PipeEnd final : private Watch {
     class Ready;
 
 public:
-    /// Makes the end non-blocking. `event` is `readable` or `writable`. Throws `Errno`.
+    /// Makes the end non-blocking, and writes to it raise no SIGPIPE. `event` is `readable` or
+    /// `writable`. Throws `Errno`.
     PipeEnd(FileDescriptor end, WatchEvent event);
     PipeEnd(const PipeEnd&) = delete;
     PipeEnd& operator=(const PipeEnd&) = delete;
@@ -29,7 +30,7 @@ public:
 
     enum class Progress { made, blocked, ended };
 
-    /// What a read may bring at once.
+    /// What a full pipe has. One that was found full may be widened, and have more from then on.
     static constexpr std::size_t usualCapacity = 65536;
 
     /// Appends what is there, `most` bytes of it. `ended`: nothing will come any more, or nothing
@@ -87,7 +88,9 @@ private:
     FileDescriptor end_;
     WaiterList waiting_;
     std::optional<std::size_t> left_; ///< How much there is still to hand out, where that is known.
-    bool isWatched_ = false;          ///< The system will tell.
+    std::size_t lastRead_ = 0;
+    bool isWide_ = false;
+    bool isWatched_ = false; ///< The system will tell.
     bool discards_ = false;
     bool hasEnded_ = false;
     int error_ = 0; ///< Of the system, which cannot tell when it is ready.
