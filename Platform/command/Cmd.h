@@ -66,14 +66,16 @@ struct PLATFORM_EXPORT Cmd {
     bool mergeOutputIntoError;
     /// What the program reads: a chunk is received from the channel each time its pipe can take
     /// one; the program sees the end when the channel is closed. What it does not read any more is
-    /// received and dropped. After its end nothing is received; a sender that waits then has to be
-    /// cancelled, or freed by closing the channel. Null: the null device.
+    /// received and dropped, until the operation has ended (after `start`: until the instance has
+    /// gone); a sender that waits then has to be cancelled, or freed by closing the channel. Null:
+    /// the null device.
     std::shared_ptr<Channel> standardInput;
     /// Gets what the program writes, chunk by chunk, each taken before the next is read, so that a
     /// program is slowed down to the speed of the receiver. Closed when the stream ends. When the
     /// channel is closed from outside the rest is read and dropped. Null: the null device.
     std::shared_ptr<Channel> standardOutput;
-    std::shared_ptr<Channel> standardError; ///< Likewise.
+    /// Likewise. Not the same channel: whichever stream ended first would close it for both.
+    std::shared_ptr<Channel> standardError;
 
     /// Starts the program with the command's channels as its streams. It runs when this returns,
     /// or has ended. Blocks until the system has accepted the program; the channels are untouched
@@ -93,7 +95,8 @@ struct PLATFORM_EXPORT Cmd {
     /// This and the other capturing operations suspend until both output streams have ended, which
     /// a program that was left behind with them can delay (see `Options::outputGrace`). They send
     /// what comes on to the command's own channels too, and have closed those on every way out;
-    /// when such a channel is closed from outside, the rest of that stream is read and dropped.
+    /// when such a channel is closed from outside, the rest of that stream is read and dropped, and
+    /// missing in what is returned (`Capture::isComplete` says so).
     /// Their `ExitError` has the standard error text: the first 32768 bytes and the last, and
     /// between them how many were omitted.
     Task<Data> output() const;
@@ -120,11 +123,13 @@ struct PLATFORM_EXPORT Cmd::Options {
     using Time = std::chrono::milliseconds;
 
     /// The program is terminated when it runs for longer; whoever waits gets `Errno` (`ETIMEDOUT`)
-    /// once it has ended. Give `killAfter` too unless it can be trusted to obey.
+    /// once it has ended. Give `killAfter` too unless it can be trusted to obey, and `outputGrace`
+    /// where what it left behind may hold a captured stream open.
     std::optional<Time> timeLimit{};
 
     /// SIGKILL follows SIGTERM after this time, if the program has not ended by then; with
-    /// `terminatesGroup` in any case, to those of its group that are left.
+    /// `terminatesGroup` in any case, to those of its group that are left; the system keeps what is
+    /// left of the program until then.
     std::optional<Time> killAfter{};
 
     /// Signals go to the program's whole process group: what it started too, as far as that has

@@ -30,7 +30,8 @@ public:
     /// False from the program's end on.
     bool isRunning() const noexcept;
 
-    /// Suspends until the program has ended; for one task at a time. The streams go on for as long
+    /// Suspends until the program has ended; for one task at a time (a second one gets
+    /// std::logic_error). The streams go on for as long
     /// as the instance lives, which the task sees to.
     ///
     /// Cancelling the task terminates the program; the wait goes on until that has ended, and then

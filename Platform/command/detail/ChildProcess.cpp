@@ -5,10 +5,13 @@
 #include <Platform/base/detail/SystemCall.h>
 #include <Platform/command/detail/LaunchText.h>
 #include <Platform/command/detail/ProcessLaunch.h>
+#include <Platform/runtime/detail/Alarm.h>
 #include <Platform/runtime/detail/LaunchGate.h>
 #include <Platform/runtime/detail/Poller.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
 #include <csignal>
 #include <mutex>
@@ -70,26 +73,23 @@ public:
     }
 
     bool stopObserving(ProcessEndObserver& observer) noexcept {
-        {
-            const std::lock_guard guard(mutex_);
-            if (observer_ == &observer) {
-                observer_ = nullptr;
-                return true;
-            }
-            if (!isNoted_) return false;
+        std::unique_lock lock(mutex_);
+        if (observer_ == &observer) {
+            observer_ = nullptr;
+            return true;
         }
-        cancel(); // waits for the call that may be on its way
+        changed_.wait(lock, [&] { return told_ != &observer; });
         return false;
     }
 
     void wait() {
         std::unique_lock lock(mutex_);
-        noted_.wait(lock, [this] { return isNoted_; });
+        changed_.wait(lock, [this] { return isNoted_; });
     }
 
     bool wait(std::chrono::milliseconds limit) {
         std::unique_lock lock(mutex_);
-        return noted_.wait_for(lock, limit, [this] { return isNoted_; });
+        return changed_.wait_for(lock, limit, [this] { return isNoted_; });
     }
 
     int status() {
@@ -107,18 +107,41 @@ private:
     void ready() noexcept override {
         const std::shared_ptr<ChildState> self = std::move(self_);
         cancel(); // the system's descriptor goes with the end
-        ProcessEndObserver* observer = nullptr;
         {
             const std::lock_guard guard(mutex_);
             // The process may be collected by others, who have no business with it, at any time:
             // all that is known then is that it has ended.
-            collect(holds_ ? WEXITED | WNOWAIT : WEXITED);
+            const int options = holds_ ? WEXITED | WNOWAIT : WEXITED;
+            if (!collect(options | WNOHANG)) {
+                // A debugger looks at it, perhaps, and keeps its end from us; others are waited for
+                // on this thread meanwhile.
+                if (lookAgainLater(self)) return;
+                collect(options);
+            }
             process_.identity.reset();
             isNoted_ = true;
-            observer = std::exchange(observer_, nullptr);
-            noted_.notify_all();
+            told_ = std::exchange(observer_, nullptr);
+            changed_.notify_all();
+            if (!told_) return;
         }
-        if (observer) observer->processEnded();
+        told_->processEnded();
+        const std::lock_guard guard(mutex_);
+        told_ = nullptr;
+        changed_.notify_all();
+    }
+
+    /// Nothing more will be told of the end. False: there is no memory for that. With the lock
+    /// held.
+    bool lookAgainLater(const std::shared_ptr<ChildState>& self) noexcept {
+        patience_ = std::min(2 * patience_, longestPatience);
+        self_ = self;
+        try {
+            Alarm(patience_, [this] { ready(); }).detach();
+            return true;
+        } catch (...) {
+            self_ = nullptr;
+            return false;
+        }
     }
 
     /// Asks for the end, and keeps what it was. False: it has not come.
@@ -129,8 +152,8 @@ private:
         });
         if (result == 0 && info.si_pid == 0) return false;
         if (result == 0) {
-            status_ = info.si_status;
             wasKilled_ = info.si_code != CLD_EXITED;
+            status_ = wasKilled_ ? info.si_status : info.si_status & 0xff; // macOS has all the bits
         } else {
             error_ = errno;
         }
@@ -138,11 +161,15 @@ private:
         return true;
     }
 
+    static constexpr std::chrono::milliseconds longestPatience{64};
+
     std::mutex mutex_;
-    std::condition_variable noted_;
+    std::condition_variable changed_;
     LaunchedProcess process_;
-    std::shared_ptr<ChildState> self_; ///< While the end is watched for.
-    ProcessEndObserver* observer_ = nullptr;
+    std::chrono::milliseconds patience_{1};
+    std::shared_ptr<ChildState> self_;       ///< While the end is watched for.
+    ProcessEndObserver* observer_ = nullptr; ///< To be told.
+    ProcessEndObserver* told_ = nullptr;     ///< Being told.
     int status_ = 0;
     bool wasKilled_ = false;
     int error_ = 0; ///< Why there is no status.

@@ -31,7 +31,7 @@ struct Launch {
 /// Is told of the end of a process. Owned by who waits.
 class ProcessEndObserver {
 public:
-    /// On the polling thread (see `Watch`): must be quick, must not block.
+    /// On a thread that others wait for: must be quick, must not block, nor stop the observing.
     virtual void processEnded() noexcept = 0;
 
 protected:
@@ -83,8 +83,8 @@ public:
     /// when the end was noted before.
     bool observeEnd(ProcessEndObserver& observer) const noexcept;
 
-    /// Once this has returned, the observer is neither being told nor will be, except where it
-    /// calls this itself. Hold no lock that it takes. Returns true when it was still to be told.
+    /// Once this has returned, the observer is neither being told nor will be. Hold no lock that it
+    /// takes. Returns true when it was still to be told.
     bool stopObserving(ProcessEndObserver& observer) const noexcept;
 
     /// Blocks until the end is noted, or for as long as `limit`. Returns whether it is.

@@ -10,7 +10,10 @@
 #include <cstddef>
 #include <optional>
 #include <span>
+#include <stdexcept>
 #include <utility>
+
+#include <fcntl.h>
 
 namespace Platform::detail {
 
@@ -119,7 +122,12 @@ CommandRun::CommandRun(const Cmd& command, const Cmd::Options& options, bool cap
                          : options_.newSession ? ProcessGroup::ownInNewSession
                                                : ProcessGroup::own,
                 .holdsId = options_.terminatesGroup};
-    if (options_.inheritsStreams) plan.descriptors = {0, 1, 2};
+    if (options_.inheritsStreams) {
+        for (int number = 0; number < 3; ++number) { // but for those that are closed
+            if (::fcntl(number, F_GETFD) != -1)
+                plan.descriptors[static_cast<std::size_t>(number)] = number;
+        }
+    }
     std::array<FileDescriptor, 3> theirs;
     try {
         const auto connect = [&](Stream& stream, std::size_t number, bool isNeeded) {
@@ -175,9 +183,11 @@ void CommandRun::startOutput() {
 }
 
 Task<> CommandRun::wait() {
+    if (isAwaited_.exchange(true)) throw std::logic_error("two tasks wait for one program");
     auto waiting = withTaskCancellationHandler([this] { return untilEnd(); },
                                                [this]() noexcept { terminate(); });
     co_await waiting;
+    isAwaited_ = false;
     checkCancellation();
     if (isOverdue_) throw Errno(ETIMEDOUT, path_);
     const int status = process_->status();
@@ -194,10 +204,12 @@ Task<> CommandRun::untilEnd() {
 
 Task<> CommandRun::deliver() {
     auto delivered = [this]() -> Task<> {
-        for (Stream* const stream : {&output_, &error_}) {
-            if (!stream->pump) continue;
-            stream->end->endAfterWhatIsThere();
-            co_await stream->pump;
+        const std::array<Stream*, 2> streams{&output_, &error_};
+        for (const Stream* const stream : streams) { // whichever its receiver takes first
+            if (stream->pump) stream->end->endAfterWhatIsThere();
+        }
+        for (Stream* const stream : streams) {
+            if (stream->pump) co_await stream->pump;
         }
     };
     auto delivering = withTaskCancellationHandler(delivered, [this]() noexcept { closeStreams(); });

@@ -71,6 +71,7 @@ private:
     Stream input_;
     Stream output_;
     Stream error_;
+    std::atomic<bool> isAwaited_{false};
     std::atomic<bool> isOverdue_{false};
     Alarm limit_;
 };

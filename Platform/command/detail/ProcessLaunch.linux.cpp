@@ -48,7 +48,7 @@ UNSANITIZED bool failed(long result) noexcept {
     return result == -1;
 }
 
-/// Makes all descriptors above 2 close when the program starts. False, with `errno`: not possible.
+/// Sees to it that no descriptor above 2 reaches the program. False, with `errno`: not possible.
 UNSANITIZED bool closeOthers() noexcept {
     if (!failed(::syscall(SYS_close_range, 3U, ~0U, 0U))) return true;
     // A kernel or a sandbox without that call: one by one, those that there are.
