@@ -11,13 +11,12 @@ std::string coded(std::string text) {
     return text;
 }
 
-/// How often a text, which is given coded, stands in the writable memory of a process.
-std::size_t occurrences(pid_t process, std::string_view code) {
+/// Whether a text, which is given coded, stands in the writable memory of a process.
+bool remembers(pid_t process, std::string_view code) {
     const std::string folder = "/proc/" + std::to_string(process);
     std::istringstream maps(contentsOf(folder + "/maps"));
     std::ifstream memory(folder + "/mem", std::ios::binary);
     EXPECT_TRUE(memory);
-    std::size_t count = 0;
     std::string bytes;
     for (std::string line; std::getline(maps, line);) {
         std::size_t start = 0, end = 0;
@@ -30,13 +29,10 @@ std::size_t occurrences(pid_t process, std::string_view code) {
         memory.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
         const auto read = bytes.begin() + memory.gcount();
         const auto matches = [](char byte, char codedByte) { return (byte ^ 1) == codedByte; };
-        for (auto at = bytes.begin();; ++at) {
-            at = std::search(at, read, code.begin(), code.end(), matches);
-            if (at == read) break;
-            ++count;
-        }
+        if (std::search(bytes.begin(), read, code.begin(), code.end(), matches) != read)
+            return true;
     }
-    return count;
+    return false;
 }
 
 } // namespace
@@ -64,8 +60,8 @@ TEST(AskpassServer, WipesWhatHeldTheAnswer) {
         }
         EXPECT_TRUE(ended.soon());
         const std::string other = "stands here" + std::to_string(copies);
-        EXPECT_GT(occurrences(::getpid(), coded(other)), 0U) << "the search finds nothing at all";
-        EXPECT_EQ(occurrences(::getpid(), code), 0U) << copies;
+        EXPECT_TRUE(remembers(::getpid(), coded(other))) << "the search finds nothing at all";
+        EXPECT_FALSE(remembers(::getpid(), code)) << copies;
     }
 }
 
@@ -95,8 +91,8 @@ TEST(AskpassClient, LeavesNoTraceOfTheAnswerInItsMemory) {
         ASSERT_EQ(::waitpid(client, &status, 0), client); // at its end
         ASSERT_EQ(status >> 8, SIGTRAP | (PTRACE_EVENT_EXIT << 8));
         const std::string found = secret.substr(0, 12);
-        EXPECT_GT(occurrences(client, coded("prompt")), 0U) << "the search finds nothing at all";
-        EXPECT_EQ(occurrences(client, coded(found)), 0U);
+        EXPECT_TRUE(remembers(client, coded("prompt"))) << "the search finds nothing at all";
+        EXPECT_FALSE(remembers(client, coded(found)));
         for (const char* file : {"/cmdline", "/environ"}) {
             const std::string shown = contentsOf("/proc/" + std::to_string(client) + file);
             EXPECT_FALSE(shown.empty());

@@ -45,7 +45,8 @@ TEST_F(AskpassTools, GitReadsARepositoryOverHttp) {
     write("password", "right");
     const auto made = run({"sh", "-c",
                            "git init -q --bare served.git && cd served.git && git update-ref "
-                           "refs/heads/main $(git commit-tree -m first $(git mktree </dev/null))"});
+                           "refs/heads/main $(git commit-tree -m first $(git mktree </dev/null)) "
+                           "&& git update-server-info"});
     ASSERT_EQ(made.status, 0) << made.errors;
     // The server's port comes through a pipe that is read when the server listens.
     ASSERT_EQ(::mkfifo("port", 0600), 0);

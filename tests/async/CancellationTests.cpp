@@ -43,14 +43,6 @@ void PrintTo(const Subject& subject, std::ostream* out) {
     *out << subject.name;
 }
 
-void openGate(Rig& rig) {
-    rig.gate->close();
-}
-
-void unlock(Rig& rig) {
-    rig.lock.unlock();
-}
-
 const Subject subjects[] = {
     {"send", 'c', [](Rig& rig) -> Task<> { co_await rig.channel->send(1); },
      [](Rig& rig) { detached([&rig]() -> Task<> { co_await rig.channel->receive(); }); }},
@@ -61,11 +53,14 @@ const Subject subjects[] = {
      [](Rig& rig) { detached([&rig]() -> Task<> { co_await rig.channel->send(1); }); }},
     {"condition", 'k', [](Rig& rig) -> Task<> { co_await rig.condition.wait(); },
      [](Rig& rig) { rig.condition.broadcast(); }},
-    {"lock", '-', [](Rig& rig) -> Task<> { co_await rig.lock.lock(); }, unlock},
+    {"lock", '-', [](Rig& rig) -> Task<> { co_await rig.lock.lock(); },
+     [](Rig& rig) { rig.lock.unlock(); }},
     {"guard", '-', [](Rig& rig) -> Task<> { const auto guard = co_await rig.lock.guard(); },
-     unlock},
-    {"queue", '-', [](Rig& rig) { return rig.queue.waitUntilAllTasksAreFinished(); }, openGate},
-    {"handle", '-', [](Rig& rig) -> Task<> { co_await rig.handle; }, openGate},
+     [](Rig& rig) { rig.lock.unlock(); }},
+    {"queue", '-', [](Rig& rig) { return rig.queue.waitUntilAllTasksAreFinished(); },
+     [](Rig& rig) { rig.gate->close(); }},
+    {"handle", '-', [](Rig& rig) -> Task<> { co_await rig.handle; },
+     [](Rig& rig) { rig.gate->close(); }},
     {"continuation", '-',
      [](Rig& rig) -> Task<> {
          auto wait = withCheckedContinuation([&rig](auto given) { rig.continuation = given; });
@@ -119,15 +114,12 @@ TEST_P(CancellationMatrix, RacingTheEnd) {
         Rig rig(static_cast<std::uint64_t>(seed));
         ended_ = '-';
         const auto task = begin(rig);
-        bool cancelledFirst = false;
-        bool completed = false;
-        detached([&]() -> Task<> {
-            co_await Yield();
+        bool cancelledFirst = false, completed = false;
+        rig.executor.later(3, [&] {
             completed = true;
             GetParam().complete(rig);
         });
-        detached([&]() -> Task<> {
-            co_await Yield();
+        rig.executor.later(3, [&] {
             cancelledFirst = !completed;
             task.cancel();
         });
@@ -178,14 +170,13 @@ TEST(Coordination, HoldsUnderRealThreads) {
     std::atomic<int> left = 4;
 
     const auto sender = [&]() -> Task<> {
-        for (int i = 0; i < count; ++i) {
-            try {
+        try {
+            for (int i = 0; i < count; ++i) {
                 co_await channel->send(i);
                 const auto guard = co_await lock.guard();
                 sent += i;
-            } catch (const CancellationError&) {
-                break;
             }
+        } catch (const CancellationError&) { // the first
         }
         if (--left == 0) channel->close();
         condition.broadcast();
@@ -204,25 +195,21 @@ TEST(Coordination, HoldsUnderRealThreads) {
         for (int i = 0; i < 4; ++i) senders.push_back(detached(sender));
         for (int i = 0; i < 4; ++i) queue.addTask(receiver);
         auto watching = detached(watcher);
-        std::vector<TaskHandle<>> cancelled;
         for (int i = 0; i < count; ++i) {
             auto task = detached([&]() -> Task<> { co_await condition.wait(); });
             task.cancel();
             co_await task;
         }
         senders[0].cancel();
-        const auto late = queue.addTask(receiver);
-        if (count % 2 == 0) late.cancel();
+        queue.addTask(receiver).cancel();
         for (auto& task : senders) co_await task;
-        condition.broadcast();
-        watching.cancel();
+        watching.cancel(); // it may have looked before the last broadcast, and waited after it
         co_await watching;
         auto wait = queue.waitUntilAllTasksAreFinished();
         co_await wait;
     };
     runMain(main());
     EXPECT_EQ(received, sent);
-    EXPECT_GT(sent, 0);
 }
 
 } // namespace

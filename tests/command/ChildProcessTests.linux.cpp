@@ -4,9 +4,12 @@
 #include <linux/seccomp.h>
 #include <support/Commands.h>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
 #include <sys/syscall.h>
 
 namespace Platform {
+
+using ChildProcesses = CommandTest;
 
 /// This thread, and what it starts, is a sandbox that knows neither call.
 static void forbidNewCalls() {
@@ -22,8 +25,7 @@ static void forbidNewCalls() {
     ASSERT_EQ(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
 }
 
-TEST(ChildProcess, StartsFreshInASandboxWithoutTheNewCalls) {
-    const NobodyLeft check;
+TEST_F(ChildProcesses, StartFreshInASandboxWithoutTheNewCalls) {
     std::vector<FileDescriptor> strays;
     for (int i = 0; i < 100; ++i) strays.emplace_back(::open("/dev/null", O_RDONLY));
     std::signal(SIGPIPE, SIG_IGN);
@@ -31,13 +33,33 @@ TEST(ChildProcess, StartsFreshInASandboxWithoutTheNewCalls) {
     std::thread([] {
         forbidNewCalls();
         const std::map<std::string, std::string> none;
-        const std::string path = program("helper-child-state");
-        EXPECT_EQ(outputOf({.path = path, .environment = &none})
-                      .find("descriptors 0 1 2\nsignals\nleads group\n"),
-                  0U);
-        const std::string missing = "/none";
+        const std::string path = program("helper-child-state"), missing = "/none";
+        const std::string state = outputOf({.path = path, .environment = &none});
+        EXPECT_TRUE(state.starts_with("descriptors 0 1 2\nsignals\nleads group\n")) << state;
         EXPECT_EQ(thrownNumber([&] { ChildProcess::launch({.path = missing}); }), ENOENT);
     }).join();
+}
+
+TEST(ChildProcess, HoldsUpNobodyWhileADebuggerKeepsItsEnd) {
+    const NobodyLeft check;
+    const ChildProcess traced = startShell("exec tail -f /dev/null");
+    Pipe said = makePipe();
+    const pid_t debugger = ::fork();
+    if (debugger == 0) {
+        const bool seized = ::ptrace(PTRACE_SEIZE, traced.id(), nullptr, nullptr) == 0;
+        if (::write(said.writing.get(), seized ? "y" : "n", 1) != 1) ::_exit(1);
+        for (;;) ::pause();
+    }
+    said.writing.reset();
+    std::array<char, 1> answer{};
+    ASSERT_EQ(::read(said.reading.get(), answer.data(), 1), 1);
+    traced.sendSignal(SIGKILL);
+    EXPECT_TRUE(startShell(":").waitForEnd(std::chrono::seconds(60)));
+    ::kill(debugger, SIGKILL);
+    EXPECT_EQ(::waitpid(debugger, nullptr, 0), debugger);
+    traced.waitForEnd();
+    EXPECT_EQ(traced.endingSignal(), SIGKILL);
+    if (answer[0] == 'n') GTEST_SKIP() << "this system lets nobody debug";
 }
 
 TEST(Cmd, EndsACaptureThatHasNoMemory) {

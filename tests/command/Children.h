@@ -12,15 +12,22 @@ using detail::Launch;
 using detail::makePipe;
 using detail::Pipe;
 
+/// Runs a shell's command; with its standard output where that is asked for.
+inline ChildProcess startShell(const std::string& command, const FileDescriptor* output = nullptr,
+                               const FileDescriptor* input = nullptr, bool holdsId = false) {
+    const std::string path = "/bin/sh";
+    const std::string arguments[] = {"-c", command};
+    return ChildProcess::launch(
+        {.path = path,
+         .arguments = arguments,
+         .descriptors = {input ? input->get() : -1, output ? output->get() : -1, -1},
+         .holdsId = holdsId});
+}
+
 /// As `NothingLeft`, and no child is left either, once those on their way out have gone.
 class NobodyLeft {
     // The first child starts what stays for good.
-    const bool warm_ = [] {
-        const std::string path = "/bin/sh";
-        const std::string arguments[] = {"-c", ":"};
-        ChildProcess::launch({.path = path, .arguments = arguments}).waitForEnd();
-        return true;
-    }();
+    const bool warm_ = startShell(":").waitForEnd(std::chrono::seconds(60));
     const NothingLeft nothing_;
 
 public:
@@ -33,17 +40,13 @@ public:
     }
 };
 
-/// Runs a shell's command; with its standard output where that is asked for.
-inline ChildProcess startShell(const std::string& command, const FileDescriptor* output = nullptr,
-                               const FileDescriptor* input = nullptr, bool holdsId = false) {
-    const std::string path = "/bin/sh";
-    const std::string arguments[] = {"-c", command};
-    return ChildProcess::launch(
-        {.path = path,
-         .arguments = arguments,
-         .descriptors = {input ? input->get() : -1, output ? output->get() : -1, -1},
-         .holdsId = holdsId});
-}
+/// A test that starts processes, in the end of which nobody is left.
+class CommandTest : public testing::Test {
+    const NobodyLeft nobody_;
+
+protected:
+    const Scratch scratch;
+};
 
 /// What the child writes, to the end. `launch` is used with its standard output set.
 inline std::string outputOf(Launch launch) {

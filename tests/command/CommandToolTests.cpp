@@ -8,12 +8,16 @@ namespace {
 using Channel = Cmd::Channel;
 
 Cmd tool(const char* name, std::vector<std::string> arguments) {
-    return command(which(name).at(0), std::move(arguments),
-                   {{"GIT_CONFIG_GLOBAL", "/dev/null"}, {"LC_ALL", "C"}});
+    return command(which(name).at(0), std::move(arguments));
 }
 
-/// A repository with that many commits.
-void importHistory(const std::string& folder, int commits) {
+} // namespace
+
+using CommandTools = CommandTest;
+
+TEST_F(CommandTools, GitsLogAndFetch) {
+    const Variable config("GIT_CONFIG_GLOBAL", "/dev/null"), locale("LC_ALL", "C");
+    const std::string repository = scratch / "big", copy = scratch / "copy";
     const char* const script = R"(
         git init -q -b main "$0"
         for i in $(seq "$1"); do
@@ -21,22 +25,7 @@ void importHistory(const std::string& folder, int commits) {
             printf 'data <<.\nChange %d\n\n%0*d\n.\n' $i $((i % 97)) 0
             printf 'M 644 inline f%d\ndata <<.\n%d\n.\n\n' $((i % 50)) $i
         done | git -C "$0" fast-import --quiet)";
-    runMain(tool("sh", {"-ec", script, folder, std::to_string(commits)}).error());
-}
-
-/// What a shell's command prints, by way of a file.
-std::string byShell(const Scratch& scratch, const std::string& command) {
-    runMain(tool("sh", {"-c", command + " > " + (scratch / "by-shell")}).error());
-    return contentsOf(scratch / "by-shell");
-}
-
-} // namespace
-
-TEST(CommandTools, GitsLogAndFetch) {
-    const NobodyLeft check;
-    const Scratch scratch;
-    const std::string repository = scratch / "big";
-    importHistory(repository, 20000);
+    runMain(tool("sh", {"-ec", script, repository, "20000"}).error());
     Cmd log = tool("git", {"-C", repository, "log", "--stat"});
     log.standardOutput = std::make_shared<Channel>();
     auto splitting = detached([channel = log.standardOutput]() -> Task<std::string> {
@@ -53,9 +42,8 @@ TEST(CommandTools, GitsLogAndFetch) {
     runMain(log.run());
     const std::string lines = result(std::move(splitting));
     EXPECT_GT(lines.size(), 3000000U);
-    EXPECT_TRUE(lines == byShell(scratch, "git -C " + repository + " log --stat"));
+    EXPECT_TRUE(lines == run({"git", "-C", repository, "log", "--stat"}).output);
 
-    const std::string copy = scratch / "copy";
     runMain(tool("git", {"init", "-q", copy}).error());
     Cmd fetch = tool("git", {"-C", copy, "fetch", "--progress", "file://" + repository, "main"});
     fetch.standardError = std::make_shared<Channel>();
@@ -65,24 +53,19 @@ TEST(CommandTools, GitsLogAndFetch) {
     EXPECT_NE(seen.find("Receiving objects: 100%"), seen.npos) << seen;
     runMain(tool("git", {"-C", copy, "fsck", "--no-progress", "FETCH_HEAD"}).error());
 
-    // git's own words, and what the user is shown of them.
-    const auto error = exitError(tool("git", {"-C", scratch / ".", "log"}).output());
-    EXPECT_TRUE(error->errorDescription().starts_with("Exit status 128: fatal: not a git repo"));
-
     // One's archive is the other's input, by the one channel between them.
     Cmd pack = tool("tar", {"-c", "-C", repository, "."});
-    const std::string unpacked = scratch / "unpacked";
-    std::filesystem::create_directory(unpacked);
-    Cmd unpack = tool("tar", {"-x", "-C", unpacked});
+    Cmd unpack = tool("tar", {"-x", "-C", copy});
     pack.standardOutput = unpack.standardInput = std::make_shared<Channel>();
+    std::filesystem::remove_all(copy);
+    std::filesystem::create_directory(copy);
     auto packing = detached([&] { return pack.run(); });
     runMain(unpack.run());
     result(std::move(packing));
-    runMain(tool("diff", {"-r", repository, unpacked}).error());
+    runMain(tool("diff", {"-r", repository, copy}).error());
 }
 
-TEST(CommandTools, Examples) {
-    const NobodyLeft check;
+TEST_F(CommandTools, Examples) {
     const auto example = [](const char* name, std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), program(std::string("example-") + name));
         return run(std::move(arguments));

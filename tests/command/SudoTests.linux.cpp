@@ -1,5 +1,7 @@
 #include "Children.h"
 
+#include <tuple>
+
 namespace Platform {
 
 /// The stand-in goes through the steps of the system's launcher: asks, then becomes the program, or
@@ -7,20 +9,16 @@ namespace Platform {
 TEST(Sudo, TellsWhetherTheProgramWasStarted) {
     const NobodyLeft check;
     const Scratch scratch;
-    const std::string told = scratch / "told";
-    const struct {
-        std::string launcher, program;
-        bool isStarted;
-    } cases[] = {
-        {R"(printf '<%s>' "$@" >)" + told + R"(; shift; exec "$@")", "/bin/true", true},
-        {R"(shift; exec "$@")", scratch / "ends126",
-         true}, // as the launcher itself does when refused
-        {R"(read -r line </dev/null; : ; shift; exec "$@")", scratch / "stays", true},
+    const std::string told = scratch / "told", starts = R"(shift; exec "$@")";
+    const std::tuple<std::string, std::string, bool> cases[] = {
+        {R"(printf '<%s>' "$@" >)" + told + "; " + starts, "/bin/true", true},
+        {starts, scratch / "ends126", true}, // as the launcher itself does when refused
+        {"read -r line </dev/null; : ; " + starts, scratch / "stays", true},
         {"exit 126", "/bin/true", false},
         {"exit 127", "/bin/true", false},
         {"kill -KILL $$", "/bin/true", false},
-        {R"(shift; exec "$@")", "true", false}, // no absolute path
-        {"", "/bin/true", false},               // ends with 0, having started nothing
+        {starts, "true", false},  // no absolute path
+        {"", "/bin/true", false}, // ends with 0, having started nothing
     };
     const Variable path("PATH", scratch / ".");
     EXPECT_FALSE(Sudo::run("/bin/true", {})) << "no launcher";

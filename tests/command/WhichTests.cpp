@@ -6,9 +6,8 @@ TEST(Which, FindsWhatMayBeExecutedInTheOrderOfThePath) {
     const Scratch scratch;
     const std::string a = scratch / "a", b = scratch / "b";
     for (const std::string& folder : {a, b, b + "/tool"}) std::filesystem::create_directory(folder);
-    std::ofstream(a + "/tool") << "";
-    std::ofstream(a + "/text") << "";
-    ::chmod((a + "/tool").c_str(), 0700);
+    writeScript(a + "/tool", "");
+    write(a + "/text", "");
     const std::string path = ":" + b + "::" + a + "/:" + scratch / "none" + ":" + a + ":" + b + ":";
     const auto texts = [](const std::string& name, const std::optional<std::string>& list = {}) {
         std::vector<std::string> all;

@@ -12,8 +12,6 @@ public:
     /// opens it and reads to the end; '@' connects to the host's presence, for as long as the steps
     /// last, and waits for the turn. Stops at the first step that fails.
     BarePeer(std::string path, std::string steps, std::string message = {});
-    BarePeer(const BarePeer&) = delete;
-    BarePeer& operator=(const BarePeer&) = delete;
     ~BarePeer() { release(); }
 
     /// Whether the steps are done, or one has failed.

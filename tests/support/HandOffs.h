@@ -30,8 +30,6 @@ class LogEntries {
 public:
     LogEntries() : before_(detail::setLogSink(&add)) { take(); }
     ~LogEntries() { detail::setLogSink(before_); }
-    LogEntries(const LogEntries&) = delete;
-    LogEntries& operator=(const LogEntries&) = delete;
 
     /// The entries since the last call.
     std::vector<std::string> take() {
@@ -77,13 +75,12 @@ inline void spin(unsigned turns) {
     for (; turns > 0; --turns) std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
-/// Holds up every system call of the library, on whichever thread, for a random moment.
+/// Holds up every system call of the library, on whichever thread, for a random moment, and
+/// interrupts some.
 class RandomPauses {
 public:
     RandomPauses() { detail::setSystemCallHook(&pause); }
     ~RandomPauses() { detail::setSystemCallHook(nullptr); }
-    RandomPauses(const RandomPauses&) = delete;
-    RandomPauses& operator=(const RandomPauses&) = delete;
 
     void seed(std::uint64_t seed) { state_ = seed << 32U; }
 
@@ -94,7 +91,7 @@ private:
         bits *= 0xBF58476D1CE4E5B9U;
         spin((1U << (bits >> 32U) % 16U) / 2);
         if ((bits >> 40U) % 16U == 0) std::this_thread::yield();
-        return 0;
+        return (bits >> 44U) % 16U == 0 ? EINTR : 0;
     }
 
     static inline std::atomic<std::uint64_t> state_ = 0;

@@ -4,10 +4,6 @@ namespace Platform::Testing {
 
 void SeededExecutor::enqueue(detail::TaskContext& task) noexcept {
     const std::lock_guard guard(mutex_);
-    if (countdown_-- == 0) {
-        lost_ = &task;
-        return;
-    }
     ready_.push_back(&task);
     added_.notify_one();
 }
@@ -28,11 +24,6 @@ bool SeededExecutor::runOne() {
 void SeededExecutor::runUntilIdle() {
     while (runOne()) {
     }
-}
-
-void SeededExecutor::find() {
-    if (lost_) enqueue(*std::exchange(lost_, nullptr));
-    runUntilIdle();
 }
 
 void SeededExecutor::runUntil(const std::function<bool()>& condition) {

@@ -4,6 +4,19 @@
 
 namespace Platform::Testing {
 
+/// Gives way to the other ready tasks: on the seeded executor a point where the schedule may
+/// branch.
+struct Yield : detail::Awaitable {
+    bool await_ready() const noexcept { return false; }
+    template <class Promise>
+    void await_suspend(std::coroutine_handle<Promise> awaiting) const noexcept {
+        auto& task = awaiting.promise().context();
+        task.suspendAt(awaiting);
+        task.schedule();
+    }
+    void await_resume() const noexcept {}
+};
+
 /// Runs detached tasks on the calling thread, in an order that the seed decides: the same seed, the
 /// same schedule. In place from construction to destruction.
 class SeededExecutor final : public Executor {
@@ -22,13 +35,17 @@ public:
     /// holds. Aborts the program with a message when a minute passes without a ready task.
     void runUntil(const std::function<bool()>& condition);
 
-    /// Loses a wake-up, to see whether a test notices: of those to come the one with this index.
-    void lose(int index) { countdown_ = index; }
-    /// Makes up for it, and runs until idle.
-    void find();
-
     /// Below `bound`, from the same seed.
     std::size_t choose(std::size_t bound) { return random_() % bound; }
+
+    /// Starts a task that gives way less than `bound` times and calls the function then.
+    template <class Function>
+    TaskHandle<> later(std::size_t bound, Function function) {
+        return detached([this, bound, function]() -> Task<> {
+            for (std::size_t left = choose(bound); left > 0; --left) co_await Yield();
+            function();
+        });
+    }
 
 private:
     bool runOne();
@@ -37,21 +54,6 @@ private:
     std::mutex mutex_;
     std::condition_variable added_;
     std::vector<detail::TaskContext*> ready_;
-    int countdown_ = -1;
-    detail::TaskContext* lost_ = nullptr;
-};
-
-/// Gives way to the other ready tasks: on the seeded executor a point where the schedule may
-/// branch.
-struct Yield : detail::Awaitable {
-    bool await_ready() const noexcept { return false; }
-    template <class Promise>
-    void await_suspend(std::coroutine_handle<Promise> awaiting) const noexcept {
-        auto& task = awaiting.promise().context();
-        task.suspendAt(awaiting);
-        task.schedule();
-    }
-    void await_resume() const noexcept {}
 };
 
 } // namespace Platform::Testing

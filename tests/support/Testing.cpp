@@ -29,13 +29,8 @@ std::FILE* temporaryFile() {
 }
 
 std::string contents(std::FILE* file) {
-    std::string text;
-    std::array<char, 4096> chunk;
-    std::fseek(file, 0, SEEK_SET);
-    while (const std::size_t count = std::fread(chunk.data(), 1, chunk.size(), file)) {
-        text.append(chunk.data(), count);
-    }
-    return text;
+    std::rewind(file);
+    return contentsOf("/dev/fd/" + std::to_string(::fileno(file)));
 }
 
 std::vector<char*> pointers(std::vector<std::string>& strings) {
@@ -75,9 +70,7 @@ Process::Process(std::vector<std::string> arguments, const Environment& changes)
     sigset_t signals;
     sigemptyset(&signals);
     posix_spawnattr_setsigmask(&attributes, &signals);
-    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE, SIGUSR1, SIGCHLD}) {
-        sigaddset(&signals, signal);
-    }
+    sigfillset(&signals);
     posix_spawnattr_setsigdefault(&attributes, &signals);
     const int error = posix_spawnp(&id_, name_.c_str(), &actions, &attributes,
                                    pointers(arguments).data(), pointers(environment).data());

@@ -162,8 +162,6 @@ public:
     /// changes to it (an absent value removes), nothing on standard input, default signal
     /// dispositions and an empty signal mask. A failure to start fails the test.
     explicit Process(std::vector<std::string> arguments, const Environment& changes = {});
-    Process(const Process&) = delete;
-    Process& operator=(const Process&) = delete;
     /// Kills the group unless the end was waited for.
     ~Process();
 

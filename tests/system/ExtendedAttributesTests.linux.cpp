@@ -26,8 +26,6 @@ static_assert((Options::create | Options(0x40)).contains(Options::create) &&
               !Options::create.contains(Options::create | Options::replace));
 
 TEST_F(FileAttributes, AreThoseThatTheSystemsToolsSee) {
-    const NothingLeft nothingLeft;
-
     ASSERT_EQ(run({"setfattr", "-n", name.rawValue, "-v", "0x61ff00f09f98", root}).status, 0);
     EXPECT_EQ(file.data(name, {}).view(), std::string_view("a\xff\0\xf0\x9f\x98", 6));
     EXPECT_EQ(file.string(name, {}),

@@ -34,6 +34,7 @@ protected:
     // The C++ library's own removal holds a descriptor for each level.
     void TearDown() override { run({"rm", "-rf", root}); }
 
+    const NothingLeft nothingLeft;
     const Scratch scratch;
     const std::string root = folder(scratch / "root");
 };

@@ -2,7 +2,6 @@
 
 #include <Platform/system/detail/TreeWalk.h>
 
-#include <dirent.h>
 #include <malloc.h>
 
 namespace Platform {
@@ -35,52 +34,18 @@ Visits visitsOf(const std::string& root, Options options = {}) {
     return visits;
 }
 
-/// Where making the tree takes far longer than the test: in memory, if attributes are kept there.
-class InMemory {
-    static std::optional<std::string> chosen() {
-        std::string probe = "/dev/shm/platform-tests-XXXXXX";
-        if (!::mkdtemp(probe.data())) return ProcessInfo::environmentValue("TMPDIR");
-        const bool keeps = mark(probe);
-        ::rmdir(probe.c_str());
-        return keeps ? "/dev/shm" : ProcessInfo::environmentValue("TMPDIR");
-    }
-
-    const Variable temporary_{"TMPDIR", chosen()};
-};
-
-class BigTree : InMemory, public Tree {};
-
-/// Lowers the limit of descriptors for as long as it lives.
-class DescriptorLimit {
-    struct rlimit before_ = {};
-
-public:
-    explicit DescriptorLimit(rlim_t limit) {
-        ::getrlimit(RLIMIT_NOFILE, &before_);
-        const struct rlimit lower = {limit, before_.rlim_max};
-        ::setrlimit(RLIMIT_NOFILE, &lower);
-    }
-    ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &before_); }
-};
-
 /// The entries of a directory in the order that the system tells them.
-std::vector<std::string> inOrder(int directory) {
+std::vector<std::string> inOrder(const std::string& directory) {
     std::vector<std::string> names;
-    DIR* const stream = ::fdopendir(::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    while (const dirent* entry = ::readdir(stream)) // NOLINT(concurrency-mt-unsafe)
-        if (entry->d_name[0] != '.') names.emplace_back(entry->d_name);
-    ::closedir(stream);
+    for (const auto& entry : fs::directory_iterator(directory))
+        names.push_back(entry.path().filename());
     return names;
 }
 
-FileDescriptor open(int directory, const std::string& path, int flags = O_RDONLY) {
-    FileDescriptor file(::openat(directory, path.c_str(), flags | O_CLOEXEC, 0644));
-    EXPECT_TRUE(file) << path;
-    return file;
-}
-
-void mark(const FileDescriptor& at) {
-    EXPECT_EQ(::fsetxattr(at.get(), name.rawValue.c_str(), "x", 1, 0), 0);
+FileDescriptor open(const std::string& path) {
+    FileDescriptor directory(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_TRUE(directory) << path;
+    return directory;
 }
 
 constexpr int entriesPerLevel = 5;
@@ -89,18 +54,17 @@ constexpr int entriesPerLevel = 5;
 /// Each `every`th level has two more directories with a file in each, which are told after the one
 /// that leads down, so that a walk has to come back. Returns the deepest.
 FileDescriptor makeChain(const std::string& root, int levels, int every = 1) {
-    FileDescriptor at = open(AT_FDCWD, root);
+    FileDescriptor at = open(root);
     for (int level = 0; level < levels; ++level) {
+        const std::string here = "/proc/self/fd/" + std::to_string(at.get()) + "/";
         for (const char* each : {"a", "b", "c"})
-            if (*each == 'a' || level % every == 0) {
-                EXPECT_EQ(::mkdirat(at.get(), each, 0755), 0);
-            }
-        const std::vector<std::string> names = inOrder(at.get());
+            if (*each == 'a' || level % every == 0) folder(here + each);
+        const std::vector<std::string> names = inOrder(here);
         for (const std::string& each : names) {
-            mark(open(at.get(), each));
-            if (each != names.front()) mark(open(at.get(), each + "/f", O_WRONLY | O_CREAT));
+            mark(here + each);
+            if (each != names.front()) mark(file(here + each + "/f"));
         }
-        at = open(at.get(), names.front());
+        at = open(here + names.front());
     }
     return at;
 }
@@ -115,7 +79,6 @@ constexpr int part = 1;
 } // namespace
 
 TEST_F(Tree, LosesTheAttributeWhereverItIs) {
-    const NothingLeft nothingLeft;
     removeFrom(root);
     EXPECT_FALSE(isMarked(root)) << "an empty tree's root";
     const std::string outside = folder(scratch / "outside");
@@ -161,7 +124,6 @@ TEST_F(Tree, LosesTheAttributeWhereverItIs) {
 }
 
 TEST_F(Tree, MayBeNamedByAPathOfAnyLength) {
-    const NothingLeft nothingLeft;
     file(root + "/f");
     fs::current_path(scratch / "");
     for (std::string far : {root, std::string("root")}) {
@@ -202,12 +164,11 @@ TEST_F(Tree, KeepsWhatComesAfterAFailure) {
         order = visitsOf(root);
     }
     ASSERT_EQ(order.size(), 1U + 5 * entriesPerLevel);
-    for (std::size_t i = 1; i < order.size(); ++i) {
-        EXPECT_EQ(order[i].second, std::to_string(EROFS));
-        const std::string parent = fs::path(order[i].first).parent_path();
-        EXPECT_TRUE(std::any_of(order.begin(), order.begin() + static_cast<std::ptrdiff_t>(i),
-                                [&](const auto& before) { return before.first == parent; }))
-            << order[i].first << " before its directory";
+    std::set<std::string> before{fs::path(root).parent_path()};
+    for (const auto& [path, outcome] : order) {
+        EXPECT_EQ(outcome, std::to_string(EROFS));
+        EXPECT_TRUE(before.contains(fs::path(path).parent_path())) << path;
+        before.insert(path);
     }
     int removals = 0;
     const Faults sixth([&](SystemCall call, std::size_t*) {
@@ -217,72 +178,62 @@ TEST_F(Tree, KeepsWhatComesAfterAFailure) {
         removeFrom(root);
         ADD_FAILURE() << "nothing thrown";
     } catch (const Errno& error) {
-        EXPECT_EQ(error.number(), EPERM);
-        EXPECT_NE(std::strstr(error.what(), order[5].first.c_str()), nullptr) << error.what();
+        EXPECT_STREQ(error.what(), Errno(EPERM, order[5].first).what());
     }
     for (std::size_t i = 0; i < order.size(); ++i)
         EXPECT_EQ(isMarked(order[i].first), i >= 5) << order[i].first;
-    const std::runtime_error stop("enough");
-    EXPECT_THROW(ExtendedAttributes(root).removeAttributeRecursive(
-                     name, {}, [&](const Visit&) { throw stop; }),
-                 std::runtime_error);
+    const ExtendedAttributes tree(root);
+    EXPECT_THROW(tree.removeAttributeRecursive(name, {}, [](const Visit&) { throw 7; }), int);
 }
 
-TEST_F(BigTree, MayBeDeeperThanPathsAndDescriptorsReach) {
+TEST_F(Tree, MayBeDeeperThanPathsAndDescriptorsReach) {
     constexpr int levels = 5'000 / part, every = 20;
-    constexpr int entries = 1 + levels + levels / every * (entriesPerLevel - 1);
     const FileDescriptor deepest = makeChain(root, levels, every);
-    const DescriptorLimit limit(256);
-    const NothingLeft nothingLeft;
-    const auto walk = [&] {
-        std::size_t found = 0, removed = 0, longest = 0;
-        ExtendedAttributes(root).removeAttributeRecursive(name, {}, [&](const Visit& visit) {
-            found += visit.removed() || visit.failure() == EROFS;
-            removed += visit.removed();
-            longest = std::max(longest, visit.path().native().size());
-        });
-        EXPECT_EQ(found, entries);
-        EXPECT_EQ(longest, root.size() + 2 * levels);
-        return removed;
-    };
-    {
-        const Faults olderSystem([](SystemCall call, std::size_t*) {
+    for (const bool olderSystem : {true, false}) {
+        std::ptrdiff_t held = 0, most = 0;
+        const Faults faults([&](SystemCall call, std::size_t*) {
+            held += (call == SystemCall::open) - (call == SystemCall::close);
+            most = std::max(most, held);
+            if (!olderSystem) return 0;
             return call == SystemCall::attributeAt       ? ENOSYS
                    : call == SystemCall::removeAttribute ? EROFS
                                                          : 0;
         });
-        EXPECT_EQ(walk(), 0);
+        std::size_t longest = 0;
+        const Visits visits = visitsOf(root);
+        EXPECT_EQ(visits.size(), 1 + levels + levels / every * (entriesPerLevel - 1));
+        for (const auto& [path, outcome] : visits) {
+            ASSERT_EQ(outcome, olderSystem ? std::to_string(EROFS) : "removed");
+            longest = std::max(longest, path.size());
+        }
+        EXPECT_EQ(longest, root.size() + 2 * levels);
+        EXPECT_EQ(most, 34);
+        EXPECT_EQ(held, 0);
     }
-    EXPECT_EQ(walk(), entries);
     EXPECT_EQ(::fgetxattr(deepest.get(), name.rawValue.c_str(), nullptr, 0), -1);
 }
 
 TEST_F(Tree, NeedsFewDescriptors) {
     makeChain(root, 100);
-    {
-        std::ptrdiff_t held = 0, most = 0;
-        const Faults counting([&](SystemCall call, std::size_t*) {
-            held += (call == SystemCall::open) - (call == SystemCall::close);
-            most = std::max(most, held);
-            return 0;
+    const auto lowest = static_cast<rlim_t>(open(root).get());
+    struct Limit {
+        explicit Limit(rlim_t limit) {
+            ::getrlimit(RLIMIT_NOFILE, &usual);
+            const rlimit lower{limit, usual.rlim_max};
+            ::setrlimit(RLIMIT_NOFILE, &lower);
+        }
+        ~Limit() { ::setrlimit(RLIMIT_NOFILE, &usual); }
+        rlimit usual{};
+    };
+    std::size_t visited = 0;
+    for (const rlim_t free : {0U, 1U, 4U}) {
+        const int number = thrownNumber([&] {
+            const Limit limit(lowest + free); // gone when the error is looked at
+            visited = visitsOf(root).size();
         });
-        removeFrom(root);
-        EXPECT_EQ(most, 34);
-        EXPECT_EQ(held, 0);
+        EXPECT_EQ(number, free < 4 ? EMFILE : 0) << "rather than miss entries";
     }
-    const int lowest = open(AT_FDCWD, root).get();
-    {
-        const DescriptorLimit limit(static_cast<rlim_t>(lowest) + 4);
-        EXPECT_EQ(visitsOf(root).size(), 1U + 100 * entriesPerLevel);
-    }
-    for (const rlim_t free : {0U, 1U}) {
-        EXPECT_EQ(thrownNumber([&] {
-                      const DescriptorLimit limit(static_cast<rlim_t>(lowest) + free);
-                      removeFrom(root);
-                  }),
-                  EMFILE)
-            << "rather than miss entries";
-    }
+    EXPECT_EQ(visited, 1U + 100 * entriesPerLevel);
 }
 
 // A directory with more directories in it than wait at a time is closed while some of them are
@@ -290,12 +241,11 @@ TEST_F(Tree, NeedsFewDescriptors) {
 TEST_F(Tree, ReadsLargeDirectoriesInParts) {
     constexpr int count = 1'200, levels = 40;
     static_assert(count * 200 > 3 * detail::TreeWalk::mostWaiting);
-    const FileDescriptor large = open(AT_FDCWD, folder(root + "/large"));
-    for (int i = 0; i < count; ++i)
-        mark(folder(root + "/large/" + std::to_string(i) + std::string(200, 'x')));
-    const std::vector<std::string> names = inOrder(large.get());
-    for (const int each : {0, 1, count / 2, count - 1})
-        makeChain(root + "/large/" + names[static_cast<std::size_t>(each)], levels);
+    const std::string large = folder(root + "/large") + "/";
+    for (int i = 0; i < count; ++i) mark(folder(large + std::to_string(i) + std::string(200, 'x')));
+    const std::vector<std::string> names = inOrder(large);
+    for (const std::size_t each : {0U, 1U, count / 2U, count - 1U})
+        makeChain(large + names[each], levels);
     const Visits visits = visitsOf(root);
     const std::map different(visits.begin(), visits.end());
     EXPECT_EQ(different.size(), 2U + count + 4 * levels * entriesPerLevel);
@@ -379,18 +329,15 @@ TEST_F(Tree, HidesWhatMayNotBeReadAndKeepsWhatMayNotBeChanged) {
     EXPECT_EQ(thrownNumber([&] { removeFrom(root); }), EACCES);
     removeFrom(root + "/closed");
     ASSERT_EQ(::seteuid(0), 0);
-    EXPECT_EQ(std::map(visits.begin(), visits.end()), (std::map<std::string, std::string>{
-                                                          {root, "removed"},
-                                                          {root + "/closed", ""},
-                                                          {root + "/listed", ""},
-                                                          {root + "/listed/file", ""},
-                                                          {root + "/open", std::to_string(EACCES)},
-                                                          {root + "/open/file", "removed"},
-                                                      }));
+    std::string all;
+    for (const auto& [path, outcome] : std::map(visits.begin(), visits.end()))
+        all += path.substr(root.size()) + ": " + outcome + "\n";
+    EXPECT_EQ(all, ": removed\n/closed: \n/listed: \n/listed/file: \n/open: " +
+                       std::to_string(EACCES) + "\n/open/file: removed\n");
     EXPECT_EQ(countMarked(root), 3);
 }
 
-TEST_F(BigTree, MayHaveAnyNumberOfEntries) {
+TEST_F(Tree, MayHaveAnyNumberOfEntries) {
     constexpr int perFolder = 1'000 / part;
     for (int i = 0; i < 100; ++i) {
         const std::string inside = folder(root + "/" + std::to_string(i));

@@ -26,8 +26,6 @@ public:
         FileDescriptor(slave).reset();
         end_ = FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, id_, 0)));
     }
-    Pty(const Pty&) = delete;
-    Pty& operator=(const Pty&) = delete;
     ~Pty() {
         if (id_ < 0) return;
         ::kill(id_, SIGKILL);
@@ -42,7 +40,7 @@ public:
     /// Waits until this was written; returns what came before it. Both are forgotten.
     std::string until(std::string_view text) {
         std::size_t place = output_.find(text);
-        while (place == output_.npos && readMore(false)) place = output_.find(text);
+        while (place == output_.npos && readMore()) place = output_.find(text);
         if (place == output_.npos) {
             ADD_FAILURE() << "no \"" << text << "\" in: " << output_;
             return {};
@@ -66,7 +64,7 @@ public:
 
     /// Waits for the script's end. The output is what was not asked for yet.
     Process::Result wait() {
-        while (readMore(true)) continue;
+        while (readMore()) continue;
         int status = 0;
         ::waitpid(std::exchange(id_, -1), &status, 0);
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), output_, ""};
@@ -74,22 +72,21 @@ public:
 
 private:
     /// False: the script has ended, or the deadline has passed.
-    bool readMore(bool untilEnd) {
+    bool readMore() {
         pollfd events[] = {{master_.get(), POLLIN, 0}, {end_.get(), POLLIN, 0}};
         const int count = ::poll(events, 2, 30'000);
         if ((events[0].revents & POLLIN) != 0) {
             std::array<std::byte, 4096> chunk;
-            output_ += std::string(master_.readData(chunk).view());
+            output_ += master_.readData(chunk).view();
             return true;
         }
         if (count > 0) return false;
-        ADD_FAILURE() << (untilEnd ? "no end, but: " : "only: ") << output_;
+        ADD_FAILURE() << "no more than: " << output_;
         ::kill(id_, SIGKILL);
         return false;
     }
 
-    FileDescriptor master_;
-    FileDescriptor end_;
+    FileDescriptor master_, end_;
     std::string output_;
     pid_t id_ = -1;
 };
@@ -129,18 +126,10 @@ TEST_F(TerminalHost, StandsInForItsCommand) {
         {host, "--askpass", "setsid sleep 1000 & echo $! $1 #", "sh", "-c", "$GIT_ASKPASS 'Who?'"});
     EXPECT_EQ(::kill(std::atoi(daemon.output.c_str()), SIGKILL), 0) << "it has not held us up";
     EXPECT_EQ(run({host, "/etc/passwd"}).status, 126);
-    for (const std::vector<std::string>& wrong :
-         std::vector<std::vector<std::string>>{{},
-                                               {"--"},
-                                               {"--edit"},
-                                               {"--no", "true"},
-                                               {"--accept=1", "true"},
-                                               {"--accept", "--decline", "true"},
-                                               {"--message-file", "missing", "true"}}) {
-        std::vector<std::string> words{host};
-        words.insert(words.end(), wrong.begin(), wrong.end());
-        const auto refused = run(words);
-        EXPECT_EQ(refused.status, 125) << testing::PrintToString(wrong);
+    for (const char* const wrong : {"", "--", "--edit", "--no true", "--accept=1 true",
+                                    "--accept --decline true", "--message-file missing true"}) {
+        const auto refused = run({"sh", "-c", std::string("\"$0\" ") + wrong, host});
+        EXPECT_EQ(refused.status, 125) << wrong;
         EXPECT_TRUE(refused.errors.starts_with("terminal-host: ")) << refused.errors;
     }
     // A gigabyte comes through, and a daemon that keeps the streams holds nobody up.
@@ -163,13 +152,10 @@ TEST_F(TerminalHost, TellsWhatWasAskedButNoAnswer) {
     EXPECT_EQ(told.errors, "terminal-host: declined: edit /a \"file\"\n"
                            "editorClient: error: Operation canceled\n"
                            "terminal-host: answered: prompt Who?\n");
-    const auto read =
-        run({"python3", "-c",
-             "import json\n"
-             "for line in open('log'):\n"
-             "    entry = json.loads(line)\n"
-             "    print(*[entry[key] for key in sorted(entry) if key not in ('time', 'seconds', "
-             "'process')])"});
+    const auto read = run({"python3", "-c", R"(import json
+for line in open('log'):
+    entry = json.loads(line)
+    print(*[entry[key] for key in sorted(entry) if key not in ('time', 'seconds', 'process')]))"});
     EXPECT_EQ(read.output, "start /usr/bin/sh\ndeclined edit /a \"file\"\nanswered prompt Who?\n"
                            "end 15\n");
     EXPECT_EQ(contentsOf("log").find("s3cret"), std::string::npos);
@@ -203,14 +189,10 @@ TEST_F(TerminalHost, LeavesTheTerminalAsItWas) {
     EXPECT_EQ(ending(ask, prompt, signalling(SIGTERM)).status, -SIGTERM);
     EXPECT_EQ(ending(ask, prompt, signalling(SIGHUP)).status, -SIGHUP);
     ASSERT_EQ(::mkfifo("fifo", 0600), 0);
-    EXPECT_EQ(ending("sh -c '$GIT_ASKPASS Secret & read never <fifo; exit 4'", "Secret",
-                     [](Pty&) { write("fifo", "now\n"); })
-                  .status,
-              4);
-    EXPECT_EQ(
-        ending("--askpass 'echo asked >/dev/tty; sleep 1000; :' " + ask, "asked", typing("\x03"))
-            .status,
-        -SIGINT);
+    const std::string goesOn = "sh -c '$GIT_ASKPASS Secret & read never <fifo; exit 4'";
+    EXPECT_EQ(ending(goesOn, "Secret", [](Pty&) { write("fifo", "now\n"); }).status, 4);
+    const std::string asks = "--askpass 'echo asked >/dev/tty; sleep 1000; :' " + ask;
+    EXPECT_EQ(ending(asks, "asked", typing("\x03")).status, -SIGINT);
 
     Pty job("set -m; '" + host + "' " + ask + "; echo stopped; fg >/dev/null");
     job.until(prompt);
@@ -256,26 +238,20 @@ TEST_F(TerminalHost, StaysAsSmallThroughManyAndLargeEdits) {
 #endif
     const std::string peak = "grep VmHWM /proc/$PPID/status | tr -dc 0-9; echo; ";
     const int count = rounds(200, 10'000);
-    const auto many =
-        Process({host, "--accept", "sh", "-c",
-                 "i=0; ask() { while [ $i -lt $1 ]; do eval \"$GIT_EDITOR $PWD/file\" || exit; "
-                 "i=$((i + 1)); done; }; ask 100; " +
-                     peak + "ask \"$0\"; " + peak,
-                 std::to_string(count)})
-            .wait(std::chrono::minutes(10));
+    const std::string ask =
+        "ask() { for i in $(seq $1); do eval \"$GIT_EDITOR $PWD/f\" || exit; done; }; ";
+    const std::string script = ask + "ask 100; " + peak + "ask \"$0\"; " + peak;
+    const auto many = Process({host, "--accept", "sh", "-c", script, std::to_string(count)})
+                          .wait(std::chrono::minutes(10));
     EXPECT_EQ(many.status, 0) << many.errors;
     long before = 0, after = 0;
     EXPECT_EQ(std::sscanf(many.output.c_str(), "%ld %ld", &before, &after), 2) << many.output;
     EXPECT_LT(after, before + slack) << "KiB";
 
-    const auto large = run(
-        {"sh", "-c",
-         "git init -q . && yes 'a line of a text' | head -c 41943040 >large && git add large && "
-         "\"$0\" --edit \"sed -i '1s/^/Large/'\" -- sh -c 'git commit -q -v; " +
-             peak +
-             "'; "
-             "git log --format=%s",
-         host});
+    const auto large = run({"sh", "-c", R"(
+        git init -q . && yes 'a line of a text' | head -c 41943040 >large && git add large &&
+        "$0" --edit "sed -i '1s/^/Large/'" -- sh -c "git commit -q -v; $1"; git log --format=%s)",
+                            host, peak});
     EXPECT_EQ(std::sscanf(large.output.c_str(), "%ld", &after), 1) << large.output << large.errors;
     EXPECT_NE(large.output.find("\nLarge\n"), std::string::npos) << large.output;
     EXPECT_LT(after, before + slack) << "KiB";
