@@ -215,7 +215,11 @@ TEST_F(Tree, MayBeDeeperThanPathsAndDescriptorsReach) {
 
 TEST_F(Tree, NeedsFewDescriptors) {
     makeChain(root, 100);
-    const auto lowest = static_cast<rlim_t>(open(root).get());
+    std::vector<FileDescriptor> next; // the numbers that are free, with gaps perhaps
+    std::vector<rlim_t> numbers;
+    for (int i = 0; i < 5; ++i)
+        numbers.push_back(static_cast<rlim_t>(next.emplace_back(open(root)).get()));
+    next.clear();
     struct Limit {
         explicit Limit(rlim_t limit) {
             ::getrlimit(RLIMIT_NOFILE, &usual);
@@ -226,9 +230,9 @@ TEST_F(Tree, NeedsFewDescriptors) {
         rlimit usual{};
     };
     std::size_t visited = 0;
-    for (const rlim_t free : {0U, 1U, 4U}) {
+    for (const std::size_t free : {0U, 1U, 4U}) {
         const int number = thrownNumber([&] {
-            const Limit limit(lowest + free); // gone when the error is looked at
+            const Limit limit(numbers[free]); // gone when the error is looked at
             visited = visitsOf(root).size();
         });
         EXPECT_EQ(number, free < 4 ? EMFILE : 0) << "rather than miss entries";
