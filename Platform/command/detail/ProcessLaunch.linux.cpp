@@ -9,9 +9,12 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
+#include <span>
 #include <string_view>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -107,17 +110,45 @@ UNSANITIZED int runChild(void* data) noexcept {
     for (;;) ::syscall(SYS_exit_group, 127);
 }
 
+/// This process's status, kept open: to open it takes as long as to read it.
+class OwnStatus {
+public:
+    /// Returns how much of it was read.
+    std::size_t read(std::span<char> text) noexcept {
+        const std::lock_guard guard(mutex_);
+        if (!isOpen()) {
+            // Whoever closed it may have got the number since.
+            static_cast<void>(file_.release());
+            file_ = FileDescriptor(trySystemCall(SystemCall::open, [] {
+                return ::open("/proc/self/status", O_RDONLY | O_CLOEXEC);
+            }));
+            if (file_) ::fstat(file_.get(), &opened_);
+        }
+        const auto size = trySystemCall(SystemCall::read, text.size(), [&](std::size_t most) {
+            return ::pread(file_.get(), text.data(), most, 0);
+        });
+        return size > 0 ? static_cast<std::size_t>(size) : 0;
+    }
+
+private:
+    bool isOpen() const noexcept {
+        struct stat now;
+        return file_ && ::fstat(file_.get(), &now) == 0 && now.st_dev == opened_.st_dev &&
+               now.st_ino == opened_.st_ino;
+    }
+
+    std::mutex mutex_;
+    FileDescriptor file_;
+    struct stat opened_ = {};
+};
+
 /// A bit for each signal that this process ignores, all of them where that cannot be told: reading
 /// it costs much less than to reset every signal in each child.
 std::uint64_t ignoredSignals() noexcept {
-    const FileDescriptor file(trySystemCall(
-        SystemCall::open, [] { return ::open("/proc/thread-self/status", O_RDONLY | O_CLOEXEC); }));
+    static auto& status = *new OwnStatus;
     std::array<char, 4096> text;
-    const auto size = trySystemCall(SystemCall::read, text.size(), [&](std::size_t most) {
-        return ::read(file.get(), text.data(), most);
-    });
     constexpr std::string_view label = "\nSigIgn:\t";
-    const std::string_view all(text.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
+    const std::string_view all(text.data(), status.read(text));
     const std::size_t start = all.find(label);
     std::uint64_t signals = allSignals;
     if (start != all.npos) {
