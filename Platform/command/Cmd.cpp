@@ -22,8 +22,10 @@ Task<> runToEnd(Cmd command, Cmd::Options options) {
     } catch (const Cmd::ExitError&) {
         failure = std::current_exception();
     }
-    auto delivering = run.deliver();
-    co_await delivering;
+    if (run.output() || run.error()) {
+        auto delivering = run.deliver();
+        co_await delivering;
+    }
     if (failure) std::rethrow_exception(failure);
 }
 

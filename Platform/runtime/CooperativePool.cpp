@@ -1,6 +1,7 @@
 #include <Platform/runtime/CooperativePool.h>
 
 #include <Platform/runtime/detail/DefaultExecutor.h>
+#include <Platform/runtime/detail/Poller.h>
 #include <Platform/runtime/detail/ReadyQueue.h>
 #include <Platform/runtime/detail/Threads.h>
 
@@ -15,6 +16,7 @@
 
 namespace Platform {
 
+using detail::Poller;
 using detail::ReadyQueue;
 using detail::TaskContext;
 
@@ -90,10 +92,12 @@ public:
     SharedQueue queue;
     std::atomic<std::uint32_t> taskCount{0}; ///< Written by its own thread only.
     unsigned slotRun = 0;
+    bool isIdle = false; ///< Runs no task: what comes to the slot is next.
 
-    // Parking; `signalled` under the pool's mutex.
+    // Parking; under the pool's mutex.
     std::condition_variable wake;
     bool signalled = false;
+    bool isSeated = false;           ///< Waits for the system's events instead.
     std::uint32_t seenTaskCount = 0; ///< By whoever watches the slots, under the pool's mutex.
 
     std::thread thread;
@@ -116,7 +120,8 @@ thread_local constinit CooperativePool::Worker* CooperativePool::Worker::current
 
 /// Workers search for tasks when they have none of their own; when they find none they park. Nobody
 /// who adds a task and sees a searching worker needs to wake another: a search that ends without
-/// success looks at all queues once more after it has said so.
+/// success looks at all queues once more after it has said so. One of the parked has the poller's
+/// seat, and is the last to be woken for a task.
 struct CooperativePool::State {
     std::vector<std::unique_ptr<Worker>> workers;
     SharedQueue shared;
@@ -138,6 +143,9 @@ struct CooperativePool::State {
     bool park(Worker& self);
     void wakeOne() noexcept;
     bool workIsQueued() const noexcept;
+    void haveSlotsWatched() noexcept {
+        if (!watched.load(std::memory_order_relaxed)) wakeOne();
+    }
     void end();
 };
 
@@ -145,7 +153,10 @@ TaskContext* CooperativePool::State::next(Worker& self) noexcept {
     const std::uint32_t count = self.taskCount.load(std::memory_order_relaxed) + 1;
     self.taskCount.store(count, std::memory_order_relaxed);
     if (count % sharedQueueInterval == 0) {
-        if (TaskContext* const task = shared.pop()) return task;
+        if (TaskContext* const task = shared.pop()) {
+            if (self.slot.load(std::memory_order_relaxed)) haveSlotsWatched();
+            return task;
+        }
     }
     const int queued = std::max(self.queue.topLevel(), shared.topLevel());
     if (TaskContext* const task = self.takeSlot()) {
@@ -204,6 +215,7 @@ TaskContext* CooperativePool::State::takeStaleSlot(Worker& self) noexcept {
 bool CooperativePool::State::park(Worker& self) {
     std::unique_lock lock(mutex);
     if (ending) return false;
+    self.isIdle = true;
     parked.push_back(&self);
     parkedCount = parked.size();
     self.signalled = workIsQueued();
@@ -222,12 +234,25 @@ bool CooperativePool::State::park(Worker& self) {
                 self.slot = task;
                 break;
             }
+        } else if (Poller* const poller = Poller::ifUsed(); poller && poller->takeSeat()) {
+            // Whoever waits for the system's events is at once where they lead to.
+            self.isSeated = true;
+            lock.unlock();
+            poller->waitSeated();
+            lock.lock();
+            self.isSeated = false;
+            leave();
+            lock.unlock();
+            poller->leaveSeat(); // tasks come to the slot
+            lock.lock();
+            break;
         } else {
             self.wake.wait(lock);
         }
     }
     leave();
     self.signalled = false;
+    self.isIdle = false;
     return !ending;
 }
 
@@ -235,12 +260,16 @@ void CooperativePool::State::wakeOne() noexcept {
     if (searching != 0 || parkedCount == 0) return;
     std::unique_lock lock(mutex);
     if (parked.empty()) return;
-    Worker& worker = *parked.back();
-    parked.pop_back();
+    auto chosen = std::find_if(parked.rbegin(), parked.rend(),
+                               [](const Worker* worker) { return !worker->isSeated; });
+    if (chosen == parked.rend()) chosen = parked.rbegin();
+    Worker& worker = **chosen;
+    parked.erase(std::next(chosen).base());
     parkedCount = parked.size();
     worker.signalled = true;
+    const bool isSeated = worker.isSeated;
     lock.unlock(); // which the worker takes first
-    worker.wake.notify_one();
+    isSeated ? Poller::shared().ringBell() : worker.wake.notify_one();
 }
 
 void CooperativePool::State::run(Worker& self) {
@@ -267,7 +296,9 @@ void CooperativePool::State::end() {
     {
         const std::lock_guard guard(mutex);
         ending = true;
-        for (const auto& worker : workers) worker->wake.notify_one();
+        for (const auto& worker : workers) {
+            worker->isSeated ? Poller::shared().ringBell() : worker->wake.notify_one();
+        }
     }
     for (const auto& worker : workers) {
         if (worker->thread.joinable()) worker->thread.join();
@@ -313,8 +344,8 @@ void CooperativePool::enqueue(TaskContext& task) noexcept {
     if (TaskContext* const displaced = worker->fillSlot(task)) {
         worker->queue.push(*displaced);
         state.wakeOne();
-    } else if (!state.watched.load(std::memory_order_relaxed)) {
-        state.wakeOne(); // so that somebody looks after the slot
+    } else if (!worker->isIdle) {
+        state.haveSlotsWatched();
     }
 }
 

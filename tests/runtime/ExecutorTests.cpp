@@ -8,13 +8,6 @@
 namespace Platform {
 namespace {
 
-/// Detached tasks run on a pool of one's own meanwhile.
-struct OwnPool {
-    explicit OwnPool(std::size_t workers) : pool(workers) { detail::setDefaultExecutor(&pool); }
-    ~OwnPool() { detail::setDefaultExecutor(nullptr); }
-    CooperativePool pool;
-};
-
 TEST(CooperativePool, ServesMoreUrgentTasksFirstAndEqualsInOrder) {
     const OwnPool pool(1);
     std::binary_semaphore started(0), go(0);

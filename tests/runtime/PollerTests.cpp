@@ -3,6 +3,8 @@
 #include <semaphore>
 
 #include <command/Children.h>
+#include <support/Commands.h>
+#include <support/SeededExecutor.h>
 
 namespace Platform {
 
@@ -50,6 +52,47 @@ TEST(Poller, CallsOnceForEachArming) {
     const Faults fault(Faults::failing(SystemCall::watch, ENOMEM));
     EXPECT_EQ(thrownNumber([&] { reading.arm(); }), ENOMEM);
     EXPECT_FALSE(called.try_acquire());
+}
+
+// A worker waits for events while it has nothing else to do; others see to them while it has, and
+// it is there for tasks all the same.
+TEST(Poller, IsWaitedForByWhoeverIsIdle) {
+    const NobodyLeft check;
+    Pipe pipe = makePipe();
+    int seated = 0;
+    for (int round = 0; round < rounds(60, 3'000); ++round) {
+        const OwnPool pool(1);
+        std::binary_semaphore called(0), begun(0), goesOn(0);
+        std::thread::id worker, caller;
+        Call reading(WatchEvent::readable, pipe.reading, [&] {
+            caller = std::this_thread::get_id();
+            std::array<std::byte, 1> byte;
+            pipe.reading.read(byte);
+            called.release();
+        });
+        const auto happen = [&] {
+            reading.arm();
+            pipe.writing.write(Data("x"));
+            called.acquire();
+        };
+        auto task = detached([&]() -> Task<> {
+            worker = std::this_thread::get_id();
+            begun.release();
+            goesOn.acquire();
+            co_return;
+        });
+        begun.acquire();
+        for (int i = round % 4; i > 0; --i) happen();
+        EXPECT_NE(caller, worker) << "which is busy";
+        goesOn.release();
+        result(std::move(task));
+        for (int i = round % 3; i > 0; --i) {
+            happen();
+            seated += caller == worker;
+        }
+        result(detached([]() -> Task<> { co_return; }));
+    }
+    EXPECT_GT(seated, 0);
 }
 
 TEST(Poller, AfterCancelNothingIsCalled) {

@@ -17,6 +17,13 @@ struct Yield : detail::Awaitable {
     void await_resume() const noexcept {}
 };
 
+/// Detached tasks run on a pool of one's own meanwhile.
+struct OwnPool {
+    explicit OwnPool(std::size_t workers) : pool(workers) { detail::setDefaultExecutor(&pool); }
+    ~OwnPool() { detail::setDefaultExecutor(nullptr); }
+    CooperativePool pool;
+};
+
 /// Runs detached tasks on the calling thread, in an order that the seed decides: the same seed, the
 /// same schedule. In place from construction to destruction.
 class SeededExecutor final : public Executor {

@@ -106,7 +106,6 @@ public:
 private:
     void ready() noexcept override {
         const std::shared_ptr<ChildState> self = std::move(self_);
-        cancel(); // the system's descriptor goes with the end
         {
             const std::lock_guard guard(mutex_);
             // The process may be collected by others, who have no business with it, at any time:

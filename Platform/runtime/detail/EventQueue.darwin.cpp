@@ -40,6 +40,10 @@ constexpr std::uint16_t once = EV_ADD | EV_ONESHOT;
 
 EventQueue::EventQueue() : queue_(systemCall(SystemCall::watch, [] { return ::kqueue(); })) {
     systemCall(SystemCall::fcntl, [&] { return ::fcntl(queue_.get(), F_SETFD, FD_CLOEXEC); });
+    struct kevent bell;
+    EV_SET(&bell, 0, EVFILT_USER, EV_ADD | EV_CLEAR, 0, 0, nullptr);
+    systemCall(SystemCall::watch,
+               [&] { return ::kevent(queue_.get(), &bell, 1, nullptr, 0, nullptr); });
 }
 
 void EventQueue::add(Watch& watch, bool) {
@@ -75,6 +79,12 @@ std::size_t EventQueue::take(std::span<Watch*> watches) noexcept {
         watches[index] = static_cast<Watch*>(events[index].udata);
     }
     return count > 0 ? static_cast<std::size_t>(count) : 0;
+}
+
+void EventQueue::ringBell() noexcept {
+    struct kevent bell;
+    EV_SET(&bell, 0, EVFILT_USER, 0, NOTE_TRIGGER, 0, nullptr);
+    ::kevent(queue_.get(), &bell, 1, nullptr, 0, nullptr);
 }
 
 } // namespace Platform::detail

@@ -27,14 +27,18 @@ public:
     /// Its event is not queued any more, and if it was, is not taken any more.
     void remove(Watch& watch) noexcept;
 
-    /// Blocks until there are events to take.
+    /// Blocks until there are events to take, or the bell rings.
     void wait() const noexcept;
 
-    /// Takes events; never blocks. Returns how many.
+    /// Takes events, and silences the bell; never blocks. Returns how many; some may be null.
     std::size_t take(std::span<Watch*> events) noexcept;
+
+    /// Has `wait` return, until the next `take`. From any thread.
+    void ringBell() noexcept;
 
 private:
     FileDescriptor queue_;
+    FileDescriptor bell_; ///< Linux only.
 };
 
 } // namespace Platform::detail

@@ -7,11 +7,19 @@
 #include <array>
 
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
 
 namespace Platform::detail {
 
 EventQueue::EventQueue()
-    : queue_(systemCall(SystemCall::watch, [] { return ::epoll_create1(EPOLL_CLOEXEC); })) {}
+    : queue_(systemCall(SystemCall::watch, [] { return ::epoll_create1(EPOLL_CLOEXEC); })),
+      bell_(
+          systemCall(SystemCall::watch, [] { return ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); })) {
+    epoll_event event{};
+    event.events = EPOLLIN;
+    systemCall(SystemCall::watch,
+               [&] { return ::epoll_ctl(queue_.get(), EPOLL_CTL_ADD, bell_.get(), &event); });
+}
 
 void EventQueue::add(Watch& watch, bool isKnown) {
     epoll_event event{};
@@ -34,8 +42,16 @@ std::size_t EventQueue::take(std::span<Watch*> watches) noexcept {
     for (int i = 0; i < count; ++i) {
         const auto index = static_cast<std::size_t>(i);
         watches[index] = static_cast<Watch*>(events[index].data.ptr);
+        if (!watches[index]) {
+            eventfd_t rings = 0;
+            ::eventfd_read(bell_.get(), &rings);
+        }
     }
     return count > 0 ? static_cast<std::size_t>(count) : 0;
+}
+
+void EventQueue::ringBell() noexcept {
+    ::eventfd_write(bell_.get(), 1);
 }
 
 } // namespace Platform::detail
