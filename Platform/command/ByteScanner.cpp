@@ -56,12 +56,16 @@ std::optional<string_view> ByteScanner::take(std::size_t size, std::size_t delim
 
 bool ByteScanner::findLineEnds() noexcept {
     const string_view all = data_.view();
-    while (lineEnds_ == 0 && searched_ < all.size()) {
+    while (searched_ + detail::lineEndBlock <= all.size()) {
         block_ = searched_;
-        const string_view block = all.substr(block_, detail::lineEndBlock);
-        lineEnds_ = detail::findLineEnds(block);
-        searched_ += block.size();
+        searched_ += detail::lineEndBlock;
+        lineEnds_ = detail::findLineEnds(all.data() + block_);
+        if (lineEnds_ != 0) return true;
     }
+    if (searched_ == all.size()) return false;
+    block_ = searched_;
+    searched_ = all.size();
+    lineEnds_ = detail::findLineEndsInPart(all.substr(block_));
     return lineEnds_ != 0;
 }
 
