@@ -18,15 +18,8 @@ string_view text(std::span<const std::byte> bytes) noexcept {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-/// Copies a piece, and takes the scan back when there is no memory for the copy.
-std::optional<Data> copied(const std::optional<string_view>& piece, std::size_t& offset,
-                           std::size_t before) {
-    if (!piece) return std::nullopt;
-    const std::size_t after = offset;
-    offset = before;
-    std::optional<Data> copy(std::in_place, *piece);
-    offset = after;
-    return copy;
+std::size_t find(string_view text, string_view pattern) noexcept {
+    return pattern.empty() ? text.npos : text.find(pattern);
 }
 
 std::size_t findAnyOf(string_view text, string_view bytes) noexcept {
@@ -54,6 +47,13 @@ std::optional<string_view> ByteScanner::take(std::size_t size, std::size_t delim
     return piece;
 }
 
+std::optional<Data> ByteScanner::takeCopy(std::size_t size, std::size_t delimiter) {
+    if (size == string_view::npos) return std::nullopt;
+    std::optional<Data> copy(std::in_place, rest().substr(0, size));
+    take(size, delimiter);
+    return copy;
+}
+
 bool ByteScanner::findLineEnds() noexcept {
     const string_view all = data_.view();
     while (searched_ + detail::lineEndBlock <= all.size()) {
@@ -70,8 +70,7 @@ bool ByteScanner::findLineEnds() noexcept {
 }
 
 std::optional<string_view> ByteScanner::viewTo(string_view pattern, bool consume) noexcept {
-    if (pattern.empty()) return std::nullopt;
-    return take(rest().find(pattern), consume ? pattern.size() : 0);
+    return take(find(rest(), pattern), consume ? pattern.size() : 0);
 }
 
 std::optional<string_view> ByteScanner::viewToAnyOf(string_view bytes, bool consume) noexcept {
@@ -83,8 +82,7 @@ std::optional<string_view> ByteScanner::viewRest() noexcept {
 }
 
 std::optional<Data> ByteScanner::scanTo(string_view pattern, bool consume) {
-    const std::size_t before = offset_;
-    return copied(viewTo(pattern, consume), offset_, before);
+    return takeCopy(find(rest(), pattern), consume ? pattern.size() : 0);
 }
 
 std::optional<Data> ByteScanner::scanTo(std::span<const std::byte> pattern, bool consume) {
@@ -92,8 +90,7 @@ std::optional<Data> ByteScanner::scanTo(std::span<const std::byte> pattern, bool
 }
 
 std::optional<Data> ByteScanner::scanToAnyOf(string_view bytes, bool consume) {
-    const std::size_t before = offset_;
-    return copied(viewToAnyOf(bytes, consume), offset_, before);
+    return takeCopy(findAnyOf(rest(), bytes), consume ? 1 : 0);
 }
 
 std::optional<Data> ByteScanner::scanToAnyOf(std::span<const std::byte> bytes, bool consume) {
@@ -101,8 +98,7 @@ std::optional<Data> ByteScanner::scanToAnyOf(std::span<const std::byte> bytes, b
 }
 
 std::optional<Data> ByteScanner::finish() {
-    const std::size_t before = offset_;
-    return copied(viewRest(), offset_, before);
+    return rest().empty() ? std::nullopt : takeCopy(rest().size(), 0);
 }
 
 std::size_t ByteScanner::trim() {

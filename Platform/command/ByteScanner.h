@@ -99,6 +99,7 @@ private:
 
     /// The next `size` bytes, which a delimiter follows; npos: it is not there.
     std::optional<std::string_view> take(std::size_t size, std::size_t delimiter) noexcept;
+    std::optional<Data> takeCopy(std::size_t size, std::size_t delimiter);
 
     /// Looks for line ends, from `searched_` on; false: there are none.
     bool findLineEnds() noexcept;
