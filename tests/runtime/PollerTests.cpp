@@ -95,6 +95,26 @@ TEST(Poller, IsWaitedForByWhoeverIsIdle) {
     EXPECT_GT(seated, 0);
 }
 
+// Be they pending for a host that looks for them with `sigwait`, or ignored by default.
+TEST(Poller, LeavesSignalsToTheHost) {
+    sigset_t signals, before;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGCHLD);
+    sigaddset(&signals, SIGUSR1);
+    const auto idle = []() -> Task<> { co_return; };
+    result(detached(idle)); // the threads are there before the host blocks anything
+    pthread_sigmask(SIG_BLOCK, &signals, &before);
+    for (int round = 0; round < 100; ++round) {
+        const int sent = round % 2 == 0 ? SIGCHLD : SIGUSR1;
+        ::kill(::getpid(), sent);
+        result(detached(idle)); // as much time as a thread needs to take it
+        int signal = 0;
+        EXPECT_EQ(sigwait(&signals, &signal), 0);
+        EXPECT_EQ(signal, sent);
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
 TEST(Poller, AfterCancelNothingIsCalled) {
     const NobodyLeft check;
     Pipe pipe = makePipe();

@@ -17,9 +17,6 @@ public:
              {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS, SIGPROF}) {
             sigdelset(&set, fault);
         }
-        // Linux asks the thread that started a child whether its end is ignored, which it cannot be
-        // while it is blocked: then another thread would be woken for each, to ignore it.
-        sigdelset(&set, SIGCHLD);
         pthread_sigmask(SIG_BLOCK, &set, &before_);
     }
     SignalsBlocked(const SignalsBlocked&) = delete;

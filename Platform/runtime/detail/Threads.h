@@ -5,9 +5,9 @@
 
 namespace Platform::detail {
 
-/// Starts a thread of the library's own. It takes no signals, which belong to the host's threads;
-/// but those that a thread's own fault raises, and SIGCHLD, unless the caller blocks it. Throws
-/// std::system_error when the system has no thread to give.
+/// Starts a thread of the library's own. It takes no signals, which belong to the host's threads
+/// (those that a thread's own fault raises excepted). Throws std::system_error when the system has
+/// no thread to give.
 std::thread startThread(std::function<void()> body);
 
 /// Names the calling thread for debuggers and process lists; cut at what the system allows.
