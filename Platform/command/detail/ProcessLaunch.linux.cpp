@@ -110,22 +110,20 @@ UNSANITIZED int runChild(void* data) noexcept {
     for (;;) ::syscall(SYS_exit_group, 127);
 }
 
-/// This process's status, kept open: to open it takes as long as to read it.
+/// This process's status, kept open for good: to open it takes as long as to read it.
 class OwnStatus {
 public:
     /// Returns how much of it was read.
     std::size_t read(std::span<char> text) noexcept {
         const std::lock_guard guard(mutex_);
         if (!isOpen()) {
-            // Whoever closed it may have got the number since.
-            static_cast<void>(file_.release());
-            file_ = FileDescriptor(trySystemCall(SystemCall::open, [] {
-                return ::open("/proc/self/status", O_RDONLY | O_CLOEXEC);
-            }));
-            if (file_) ::fstat(file_.get(), &opened_);
+            // Whoever closed the one before may have got its number since.
+            file_ = trySystemCall(SystemCall::open,
+                                  [] { return ::open("/proc/self/status", O_RDONLY | O_CLOEXEC); });
+            ::fstat(file_, &opened_);
         }
         const auto size = trySystemCall(SystemCall::read, text.size(), [&](std::size_t most) {
-            return ::pread(file_.get(), text.data(), most, 0);
+            return ::pread(file_, text.data(), most, 0);
         });
         return size > 0 ? static_cast<std::size_t>(size) : 0;
     }
@@ -133,26 +131,27 @@ public:
 private:
     bool isOpen() const noexcept {
         struct stat now;
-        return file_ && ::fstat(file_.get(), &now) == 0 && now.st_dev == opened_.st_dev &&
+        return ::fstat(file_, &now) == 0 && now.st_dev == opened_.st_dev &&
                now.st_ino == opened_.st_ino;
     }
 
     std::mutex mutex_;
-    FileDescriptor file_;
+    int file_ = -1;
     struct stat opened_ = {};
 };
 
 /// A bit for each signal that this process ignores, all of them where that cannot be told: reading
 /// it costs much less than to reset every signal in each child.
 std::uint64_t ignoredSignals() noexcept {
-    static auto& status = *new OwnStatus;
+    static OwnStatus status;
     std::array<char, 4096> text;
     constexpr std::string_view label = "\nSigIgn:\t";
     const std::string_view all(text.data(), status.read(text));
     const std::size_t start = all.find(label);
+    const std::size_t end = all.find('\n', start + label.size());
     std::uint64_t signals = allSignals;
-    if (start != all.npos) {
-        std::from_chars(all.data() + start + label.size(), all.data() + all.size(), signals, 16);
+    if (start != all.npos && end != all.npos) {
+        std::from_chars(all.data() + start + label.size(), all.data() + end, signals, 16);
     }
     return signals;
 }
