@@ -37,7 +37,8 @@ public:
     /// Cancelling the task terminates the program; the wait goes on until that has ended, and then
     /// fails with CancellationError, with an accepted status too. Throws `ExitError`, without error
     /// data, for a status that is not an expected one, and `Errno`: `ETIMEDOUT` when the program
-    /// ran for too long, `ECHILD` when other code of this process has collected the end.
+    /// ran for too long, `ECHILD` when other code of this process has collected the end, the
+    /// system's number when bytes got lost on their way through a stream.
     Task<> wait();
 
     /// Cuts the streams and sends SIGINT, and SIGCONT to a program that has stopped. Does nothing

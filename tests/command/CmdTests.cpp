@@ -300,6 +300,27 @@ TEST_F(Commands, FailInTheMiddleWithAnError) {
         }
         EXPECT_GT(failures, 0);
     }
+    // Input that stops half-way, because the system cannot tell when there is room for more.
+    std::string outcomes;
+    for (int index = 0; index < 6; ++index) {
+        Cmd reader = shell("wc -c");
+        reader.standardInput = std::make_shared<Cmd::Channel>();
+        auto sending = detached([channel = reader.standardInput]() -> Task<> {
+            try {
+                co_await channel->send(Data(std::string(300'000, 'x')));
+            } catch (const CancellationError&) {
+            }
+            channel->close();
+        });
+        const Faults fault(failingAt(SystemCall::watch, index, ENOMEM));
+        const int number = thrownNumber(
+            [&] { outcomes += runMain(reader.outputString()) == "300000\n" ? 'a' : '?'; });
+        if (number != 0) outcomes += number == ENOMEM ? 'f' : '!';
+        sending.cancel();
+        result(std::move(sending));
+    }
+    EXPECT_EQ(outcomes.find_first_of("?!"), outcomes.npos) << outcomes;
+    EXPECT_NE(outcomes.find('f'), outcomes.npos);
 }
 
 TEST_F(Commands, CanBeCutShort) {

@@ -8,10 +8,11 @@ namespace Platform {
 
 std::set<std::string> NothingLeft::state() {
     detail::Poller::shared(); // which stays for good
+    const std::string status = "/proc/" + std::to_string(::getpid()) + "/status";
     std::set<std::string> result;
     for (const auto& entry : std::filesystem::directory_iterator("/dev/fd")) {
-        std::error_code gone; // the directory's own
-        if (std::filesystem::read_symlink(entry, gone).filename() == "status") continue; // likewise
+        std::error_code gone;                                               // the directory's own
+        if (std::filesystem::read_symlink(entry, gone) == status) continue; // likewise
         result.insert("descriptor " + entry.path().filename().string());
     }
     sigset_t mask;

@@ -86,6 +86,8 @@ Task<> Capturing::collect(std::shared_ptr<PipeEnd> end, Use use, Forward forward
                     try {
                         auto sending = forward->send(std::move(copy));
                         co_await sending;
+                    } catch (const std::bad_alloc&) {
+                        throw;
                     } catch (const std::exception&) { // nobody wants the rest
                         forward->close();
                         end->discard();

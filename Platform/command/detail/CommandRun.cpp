@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <new>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -32,46 +33,55 @@ Task<> pumpOutput(std::shared_ptr<PipeEnd> end, std::shared_ptr<Cmd::Channel> ch
         }
     };
     const Closing closing{*end, *channel};
-    for (;;) {
-        PipeEnd::Progress progress{};
-        {
-            Data chunk;
-            progress = end->read(chunk, PipeEnd::usualCapacity);
-            if (chunk.size() < chunk.capacity() / 2) chunk = Data(chunk); // holds no more than that
-            if (!chunk.empty()) {
-                try {
-                    auto sending = channel->send(std::move(chunk));
-                    co_await sending;
-                } catch (const ChannelError&) {
-                    end->discard(); // nobody wants the rest, but the child may go on
+    try {
+        for (;;) {
+            PipeEnd::Progress progress{};
+            {
+                Data chunk;
+                progress = end->read(chunk, PipeEnd::usualCapacity);
+                if (chunk.size() < chunk.capacity() / 2) chunk = Data(chunk); // holds no more
+                if (!chunk.empty()) {
+                    try {
+                        auto sending = channel->send(std::move(chunk));
+                        co_await sending;
+                    } catch (const ChannelError&) {
+                        end->discard(); // nobody wants the rest, but the child may go on
+                    }
                 }
             }
+            if (progress == PipeEnd::Progress::ended) co_return;
+            if (progress == PipeEnd::Progress::made) continue;
+            auto ready = end->whenReady();
+            co_await ready;
         }
-        if (progress == PipeEnd::Progress::ended) co_return;
-        if (progress == PipeEnd::Progress::made) continue;
-        auto ready = end->whenReady();
-        co_await ready;
+    } catch (const std::bad_alloc&) {
+        end->fail(ENOMEM);
+        throw;
     }
 }
 
 /// Moves chunks from a channel to a child that reads them, for as long as chunks come.
 Task<> pumpInput(std::shared_ptr<PipeEnd> end, std::shared_ptr<Cmd::Channel> channel) {
-    for (;;) {
-        while (!end->isWritable()) {
-            auto ready = end->whenReady();
-            co_await ready;
+    try {
+        for (;;) {
+            while (!end->isWritable()) {
+                auto ready = end->whenReady();
+                co_await ready;
+            }
+            auto receiving = channel->receive();
+            const std::optional<Data> chunk = co_await receiving;
+            if (!chunk) break;
+            std::span<const std::byte> rest = *chunk;
+            while (!rest.empty()) {
+                const PipeEnd::Progress progress = end->write(rest);
+                if (progress == PipeEnd::Progress::ended) break; // the child does not want it
+                if (progress == PipeEnd::Progress::made) continue;
+                auto ready = end->whenReady();
+                co_await ready;
+            }
         }
-        auto receiving = channel->receive();
-        const std::optional<Data> chunk = co_await receiving;
-        if (!chunk) break;
-        std::span<const std::byte> rest = *chunk;
-        while (!rest.empty()) {
-            const PipeEnd::Progress progress = end->write(rest);
-            if (progress == PipeEnd::Progress::ended) break; // the child does not want it
-            if (progress == PipeEnd::Progress::made) continue;
-            auto ready = end->whenReady();
-            co_await ready;
-        }
+    } catch (const std::bad_alloc&) {
+        end->fail(ENOMEM);
     }
     end->close();
 }
@@ -184,12 +194,20 @@ void CommandRun::startOutput() {
 
 Task<> CommandRun::wait() {
     if (isAwaited_.exchange(true)) throw std::logic_error("two tasks wait for one program");
+    struct Leaving {
+        std::atomic<bool>& isAwaited;
+        ~Leaving() { isAwaited = false; }
+    };
+    const Leaving leaving{isAwaited_};
     auto waiting = withTaskCancellationHandler([this] { return untilEnd(); },
                                                [this]() noexcept { terminate(); });
     co_await waiting;
-    isAwaited_ = false;
     checkCancellation();
     if (isOverdue_) throw Errno(ETIMEDOUT, path_);
+    for (const Stream* const stream : {&input_, &output_, &error_}) { // nothing passes as whole
+        const int error = stream->end ? stream->end->error() : 0;
+        if (error != 0) throw Errno(error, path_);
+    }
     const int status = process_->status();
     if (!expectedExitStatus_.contains(status)) throw Cmd::ExitError(status);
 }

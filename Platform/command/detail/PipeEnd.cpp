@@ -58,7 +58,10 @@ PipeEnd::Progress PipeEnd::read(Data& into, std::size_t most) {
     }
     if (count == -1 && error == EAGAIN && !left_) return Progress::blocked;
     hasEnded_ = true;
-    if (count == -1 && error != EAGAIN) throw Errno(error);
+    if (count == -1 && error != EAGAIN) {
+        error_ = error;
+        throw Errno(error);
+    }
     reachedEnd_ = count == 0 && !discards_;
     return Progress::ended;
 }
@@ -109,6 +112,17 @@ void PipeEnd::close() noexcept {
 bool PipeEnd::reachedEnd() const noexcept {
     const std::lock_guard guard(mutex_);
     return reachedEnd_;
+}
+
+void PipeEnd::fail(int number) noexcept {
+    const std::lock_guard guard(mutex_);
+    if (!hasEnded_) error_ = number;
+    hasEnded_ = true;
+}
+
+int PipeEnd::error() const noexcept {
+    const std::lock_guard guard(mutex_);
+    return error_;
 }
 
 void PipeEnd::ready() noexcept {

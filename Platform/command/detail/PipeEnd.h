@@ -59,6 +59,12 @@ public:
     /// Whether all that was ever written was handed out by `read`.
     bool reachedEnd() const noexcept;
 
+    /// Ends every operation, for a reason of whoever moves the bytes; the pipe stays open.
+    void fail(int number) noexcept;
+
+    /// Why the bytes did not all pass, when nobody wanted that; 0: they did, as far as is known.
+    int error() const noexcept;
+
 private:
     friend class Wait<Ready, NoCancellation>;
 
@@ -93,7 +99,7 @@ private:
     bool isWatched_ = false; ///< The system will tell.
     bool discards_ = false;
     bool hasEnded_ = false;
-    int error_ = 0; ///< Of the system, which cannot tell when it is ready.
+    int error_ = 0;
     bool reachedEnd_ = false;
 };
 

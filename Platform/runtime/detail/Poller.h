@@ -62,8 +62,8 @@ private:
 
 /// Waits for the events of all watches, on one thread at a time, which has the seat: a thread that
 /// has nothing else to do, so that it is there at once for what an event leads to; or, when nobody
-/// has come for a while, the poller's own thread, one for the process, started on first use, never
-/// ended.
+/// has come for 5 ms, the poller's own thread, one for the process, started on first use, never
+/// ended. So long may an event wait while whoever sat does something else.
 class Poller {
 public:
     static Poller& shared();
