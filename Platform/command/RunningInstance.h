@@ -31,8 +31,8 @@ public:
     bool isRunning() const noexcept;
 
     /// Suspends until the program has ended; for one task at a time (a second one gets
-    /// std::logic_error). The streams go on for as long
-    /// as the instance lives, which the task sees to.
+    /// std::logic_error). The streams go on for as long as the instance lives, which the task sees
+    /// to.
     ///
     /// Cancelling the task terminates the program; the wait goes on until that has ended, and then
     /// fails with CancellationError, with an accepted status too. Throws `ExitError`, without error

@@ -219,11 +219,8 @@ bool CooperativePool::State::park(Worker& self) {
     parked.push_back(&self);
     parkedCount = parked.size();
     self.signalled = workIsQueued();
-    const auto leave = [&] {
-        std::erase(parked, &self);
-        parkedCount = parked.size();
-    };
-    while (!self.signalled && !ending) {
+    Poller* left = nullptr;
+    while (!left && !self.signalled && !ending) {
         // One of the parked looks after the slots of those that work; with none at work all sleep.
         if (parked.size() < workers.size() && !watched) {
             watched = true;
@@ -241,16 +238,18 @@ bool CooperativePool::State::park(Worker& self) {
             poller->waitSeated();
             lock.lock();
             self.isSeated = false;
-            leave();
-            lock.unlock();
-            poller->leaveSeat(); // tasks come to the slot
-            lock.lock();
-            break;
+            left = poller;
         } else {
             self.wake.wait(lock);
         }
     }
-    leave();
+    std::erase(parked, &self);
+    parkedCount = parked.size();
+    if (left) {
+        lock.unlock();
+        left->leaveSeat(); // tasks come to the slot
+        lock.lock();
+    }
     self.signalled = false;
     self.isIdle = false;
     return !ending;

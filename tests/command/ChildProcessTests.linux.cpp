@@ -62,6 +62,29 @@ TEST(ChildProcess, HoldsUpNobodyWhileADebuggerKeepsItsEnd) {
     if (answer[0] == 'n') GTEST_SKIP() << "this system lets nobody debug";
 }
 
+TEST(ByteScanner, IsAsItWasWhenThereIsNoMemoryForAPiece) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizers need more address space than a limit leaves them";
+#endif
+    ByteScanner scanner;
+    scanner.append("first\n" + std::string(64 << 20, 'x') + "|tail\n");
+    EXPECT_EQ(scanner.viewTo("i", false), "f");
+    rlim_t pages = 0; // of address space, as it is
+    std::ifstream("/proc/self/statm") >> pages;
+    rlimit usual{};
+    ::getrlimit(RLIMIT_AS, &usual);
+    const rlimit limit{pages * static_cast<rlim_t>(::getpagesize()) + (16 << 20), usual.rlim_max};
+    ::setrlimit(RLIMIT_AS, &limit);
+    EXPECT_THROW(scanner.scanTo("|", true), std::bad_alloc);
+    EXPECT_THROW(scanner.scanToAnyOf("|", true), std::bad_alloc);
+    EXPECT_THROW(scanner.finish(), std::bad_alloc);
+    ::setrlimit(RLIMIT_AS, &usual);
+    EXPECT_EQ(scanner.offset(), 1U);
+    EXPECT_EQ(scanner.viewToEndOfLine(true), "irst");
+    EXPECT_EQ(scanner.viewTo("|", true)->size(), std::size_t{64 << 20});
+    EXPECT_EQ(scanner.viewToEndOfLine(true), "tail");
+}
+
 TEST(Cmd, EndsACaptureThatHasNoMemory) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizers need more address space than a limit leaves them";
