@@ -5,36 +5,31 @@
 #include <Platform/transport/detail/LocalSocket.h>
 #include <Platform/transport/detail/Presence.h>
 
-#include <atomic>
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <thread>
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/time.h>
-#include <unistd.h>
 
 namespace Platform::detail {
 
 namespace {
 
-std::atomic<int> heeded = -1; ///< The connection that a signal is about.
-
-/// The first interruption may come just before a call blocks, so there are more until all is over.
-void setTimer(bool runs) noexcept {
-    itimerval timer{};
-    if (runs) timer.it_value.tv_usec = timer.it_interval.tv_usec = 5000;
-    ::setitimer(ITIMER_REAL, &timer, nullptr);
-}
-
-void interrupted(int) noexcept {
-    const int error = errno;
-    FileDescriptor connection(heeded.load());
-    if (connection && hasHungUp(connection)) {
-        interruptedCallsFail = true;
-        setTimer(true);
+/// Connects, again for as long as a host that lives refuses: its queue of connections may be full
+/// (macOS; on Linux the connect blocks then). Throws `Errno`.
+void connectWhileAlive(const FileDescriptor& connection, const std::string& path) {
+    const LocalAddress address(path);
+    constexpr std::chrono::milliseconds longestPause(20);
+    for (std::chrono::milliseconds pause(1);; pause = std::min(2 * pause, longestPause)) {
+        const int result = trySystemCall(SystemCall::connect, [&] {
+            return ::connect(connection.get(), address.get(), address.size());
+        });
+        if (result == 0) return;
+        if (errno != ECONNREFUSED) throwErrno();
+        if (isAbandoned(path)) throw Errno(ECONNREFUSED);
+        std::this_thread::sleep_for(pause);
     }
-    static_cast<void>(connection.release()); // not ours here
-    errno = error;
 }
 
 /// The connection to the host of a pipe; empty where there is none.
@@ -43,10 +38,8 @@ FileDescriptor connectToHost(const std::string& pipePath) {
         const std::string path = presencePath(pipePath);
         struct stat status;
         if (::lstat(path.c_str(), &status) != 0 || !S_ISSOCK(status.st_mode)) return {};
-        const LocalAddress address(path);
         FileDescriptor connection = makeLocalSocket();
-        systemCall(SystemCall::connect,
-                   [&] { return ::connect(connection.get(), address.get(), address.size()); });
+        connectWhileAlive(connection, path);
         if (isOwnPeer(connection)) return connection;
     } catch (const Errno& error) {
         if (error.number() == ECONNREFUSED) throw Errno(ECONNREFUSED, Attendance::hostEnded);
@@ -59,8 +52,9 @@ FileDescriptor connectToHost(const std::string& pipePath) {
 Attendance::Attendance(const std::string& pipePath) : connection_(connectToHost(pipePath)) {
     if (!connection_) return;
     if (!hears()) throw Errno(ECONNRESET, hostEnded);
-    heed_.emplace(connection_);
-    if (hostHasGone()) throw Errno(ECONNRESET, hostEnded); // before anything told of it
+    interrupt_.emplace(connection_);
+    // The host may have gone before the interrupt was set up.
+    if (hostHasGone()) throw Errno(ECONNRESET, hostEnded);
 }
 
 Attendance::~Attendance() = default;
@@ -83,31 +77,6 @@ bool Attendance::isWhole() const {
 bool Attendance::hears() const {
     std::byte word{};
     return connection_.read(std::span(&word, 1)) == 1;
-}
-
-Attendance::Heed::Heed(const FileDescriptor& connection) : connection_(connection) {
-    struct sigaction action{}; // without SA_RESTART: a call that blocks fails
-    action.sa_handler = &interrupted;
-    ::sigaction(SIGIO, &action, &noticeBefore_);
-    ::sigaction(SIGALRM, &action, &timerBefore_);
-    sigset_t both;
-    sigemptyset(&both);
-    sigaddset(&both, SIGIO);
-    sigaddset(&both, SIGALRM);
-    ::pthread_sigmask(SIG_UNBLOCK, &both, &maskBefore_);
-    heeded = connection.get();
-    ::fcntl(connection.get(), F_SETOWN, ::getpid());
-    ::fcntl(connection.get(), F_SETFL, O_ASYNC);
-}
-
-Attendance::Heed::~Heed() {
-    ::fcntl(connection_.get(), F_SETFL, 0); // no signal from here on, which would end the process
-    heeded = -1;
-    setTimer(false);
-    interruptedCallsFail = false;
-    ::sigaction(SIGIO, &noticeBefore_, nullptr);
-    ::sigaction(SIGALRM, &timerBefore_, nullptr);
-    ::pthread_sigmask(SIG_SETMASK, &maskBefore_, nullptr);
 }
 
 } // namespace Platform::detail

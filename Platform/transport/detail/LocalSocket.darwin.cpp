@@ -6,6 +6,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+// The working directory of one thread. No header of the system declares this call.
+extern "C" int pthread_fchdir_np(int directory) __attribute__((weak_import));
+
 namespace Platform::detail {
 
 namespace {
@@ -18,13 +21,18 @@ void keepFromChildren(int descriptor) noexcept {
 
 } // namespace
 
-std::string pathInDirectory(const FileDescriptor&, const std::string&) {
-    return {};
+std::string enterDirectory(const FileDescriptor& directory, const std::string& name) {
+    if (!&pthread_fchdir_np || ::pthread_fchdir_np(directory.get()) != 0) return {};
+    return name;
 }
 
-FileDescriptor makeLocalSocket() {
+void leaveDirectory() noexcept {
+    if (&pthread_fchdir_np) ::pthread_fchdir_np(-1);
+}
+
+FileDescriptor makeLocalSocket(int type) {
     FileDescriptor socket(
-        systemCall(SystemCall::socket, [] { return ::socket(AF_UNIX, SOCK_STREAM, 0); }));
+        systemCall(SystemCall::socket, [&] { return ::socket(AF_UNIX, type, 0); }));
     keepFromChildren(socket.get());
     return socket;
 }

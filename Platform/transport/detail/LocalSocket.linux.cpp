@@ -6,13 +6,15 @@
 
 namespace Platform::detail {
 
-std::string pathInDirectory(const FileDescriptor& directory, const std::string& name) {
+std::string enterDirectory(const FileDescriptor& directory, const std::string& name) {
     return "/proc/self/fd/" + std::to_string(directory.get()) + "/" + name;
 }
 
-FileDescriptor makeLocalSocket() {
-    return FileDescriptor(systemCall(
-        SystemCall::socket, [] { return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0); }));
+void leaveDirectory() noexcept {}
+
+FileDescriptor makeLocalSocket(int type) {
+    return FileDescriptor(
+        systemCall(SystemCall::socket, [&] { return ::socket(AF_UNIX, type | SOCK_CLOEXEC, 0); }));
 }
 
 FileDescriptor acceptLocal(const FileDescriptor& listener) noexcept {

@@ -42,16 +42,6 @@ void noteAbsence(const Errno& error) {
     if (!isNoted.exchange(true)) Logger("presence").error(error.what());
 }
 
-bool isDead(const std::string& path) {
-    const FileDescriptor socket = makeLocalSocket();
-    const LocalAddress address(path);
-    ::fcntl(socket.get(), F_SETFL, O_NONBLOCK); // a host that is busy is not dead
-    return trySystemCall(SystemCall::connect,
-                         [&] { return ::connect(socket.get(), address.get(), address.size()); }) ==
-               -1 &&
-           errno == ECONNREFUSED;
-}
-
 /// "0f8f…" as "0F8F…-…", where the pipes' names come from; empty when it is none.
 std::string pipeName(const std::string& name) {
     constexpr std::size_t dashes[] = {8, 13, 18, 23};
@@ -333,7 +323,7 @@ void removeDeadHosts(const std::string& pipePath) noexcept {
                 if (age > std::chrono::minutes(1)) ::unlink(path.c_str());
                 continue;
             }
-            if (!isDead(path)) continue;
+            if (!isAbandoned(path)) continue;
             if (const std::string pipe = pipeName(name); !pipe.empty()) {
                 ::unlink((pipes / pipe).c_str());
             }
