@@ -1,3 +1,8 @@
+#include <Platform/transport/detail/Presence.h>
+
+#include <Platform/transport/detail/Attendance.h>
+#include <Platform/transport/detail/LocalSocket.h>
+
 #include <support/BarePeer.h>
 #include <support/Commands.h>
 #include <support/HandOffs.h>
@@ -7,8 +12,8 @@ namespace {
 
 constexpr std::chrono::seconds patience(10); // of a loaded machine; who hangs does so for good
 
-Cmd client(const std::string& pipe, std::string argument) {
-    return command(program("editor-shim"), {std::move(argument)}, {{"MV_EDITOR_CONN", pipe}});
+Cmd client(const std::string& pipe, std::string argument, const std::string& name = "editor-shim") {
+    return command(program(name), {std::move(argument)}, {{"MV_EDITOR_CONN", pipe}});
 }
 
 Task<bool> accept(std::string) {
@@ -28,6 +33,24 @@ void end(const std::shared_ptr<Cmd::RunningInstance>& instance) {
     try {
         runMain(instance->wait());
     } catch (const Cmd::ExitError&) {
+    }
+}
+
+TEST(LocalSocket, HasHungUpWhenThePeerHasClosedWhateverIsLeftToRead) {
+    for (const bool hasBytes : {false, true}) {
+        SCOPED_TRACE(hasBytes);
+        int ends[2];
+        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        const FileDescriptor connection(ends[0]);
+        FileDescriptor peer(ends[1]);
+        if (hasBytes) peer.write(Data("x"));
+        EXPECT_FALSE(detail::hasHungUp(connection));
+        {
+            const Faults shortage(Faults::failing(SystemCall::poll, EAGAIN));
+            EXPECT_FALSE(detail::hasHungUp(connection));
+        }
+        peer.reset();
+        EXPECT_TRUE(detail::hasHungUp(connection));
     }
 }
 
@@ -75,6 +98,31 @@ TEST_F(Presence, ClientsMayDieAtAnyInstant) {
     while (server.openHandOffs() > 0) std::this_thread::yield();
 }
 
+/// A dying client closes the pipe and its connection in an order of the system's.
+TEST_F(Presence, ClientsMayDieWhileTheyReadALargeAnswer) {
+    const auto usual = usualTime();
+    const Askpass::Server server([](std::string prompt) -> Task<std::optional<std::string>> {
+        co_return prompt == "short" ? "answer" : std::string(200'000, 'x');
+    });
+    for (int round = 0; round < rounds(200, 5'000); ++round) {
+        SCOPED_TRACE(round);
+        const auto killed = client(server.path(), "long", "askpass-shim").start();
+        passSome(usual * 4);
+        ::kill(killed->processIdentifier(), SIGKILL);
+        const Cmd next = client(server.path(), "short", "askpass-shim");
+        ASSERT_EQ(runMain(next.outputString({.timeLimit = patience})), "answer\n");
+        end(killed);
+    }
+}
+
+TEST_F(Presence, ClientsOfAHostThatAnswersAtOnceNeverWait) {
+    const Editor::Server server(accept);
+    for (int round = 0; round < rounds(300, 100'000); ++round) {
+        SCOPED_TRACE(round);
+        runMain(client(server.path(), "/x").run({.timeLimit = patience}));
+    }
+}
+
 TEST_F(Presence, ClientsDoNotOutliveTheirHost) {
     const auto usual = usualTime();
     std::map<std::int64_t, int> seen;
@@ -108,6 +156,46 @@ TEST_F(Presence, ClientsDoNotOutliveTheirHost) {
     const Editor::Server next(accept);
     EXPECT_EQ(presences(), 1);
     EXPECT_EQ(directory_.pipes(), 1);
+}
+
+/// A queue of connections that is full refuses on macOS, as the socket of a dead host does.
+TEST_F(Presence, AStoppedHostKeepsItsPipeAndItsClients) {
+    Cmd host = command(program("helper-host"));
+    host.standardOutput = std::make_shared<Cmd::Channel>();
+    const auto running = host.start();
+    const Data line = first(host.standardOutput);
+    const std::string path(line.view().substr(0, line.size() - 1));
+    ::kill(running->processIdentifier(), SIGSTOP);
+    int failure = 0;
+    while (failure == 0) { // a connection stays in the queue when its client has gone
+        const FileDescriptor visitor = detail::makeLocalSocket();
+        const detail::LocalAddress address(detail::presencePath(path));
+        ::fcntl(visitor.get(), F_SETFL, O_NONBLOCK);
+        if (::connect(visitor.get(), address.get(), address.size()) != 0) failure = errno;
+    }
+    const Editor::Server next(accept); // removes what dead hosts have left
+    EXPECT_EQ(presences(), 2);
+    EXPECT_TRUE(isPipe(path));
+
+    static std::atomic<int> connects;
+    connects = 0;
+    const Faults counting([](SystemCall call, std::size_t*) {
+        if (call == SystemCall::connect) {
+            ++connects;
+            connects.notify_all();
+        }
+        return 0;
+    });
+    auto attending = std::async(std::launch::async, [&] { const detail::Attendance turn(path); });
+    // Linux holds up the first connect; macOS refuses it, and the client asks and tries again.
+    const int least = failure == EAGAIN ? 1 : 3;
+    while (connects < least &&
+           attending.wait_for(std::chrono::seconds(0)) != std::future_status::ready)
+        std::this_thread::yield();
+    ::kill(running->processIdentifier(), SIGCONT);
+    EXPECT_NO_THROW(attending.get());
+    ::kill(running->processIdentifier(), SIGKILL);
+    end(running);
 }
 
 TEST_F(Presence, ParallelClientsNeverCross) {
@@ -203,15 +291,15 @@ TEST_F(Presence, DoesWithoutWhereItCannotBe) {
     const std::string deep = directory_ / std::string(120, 'd').c_str();
     const Variable longPath("TMPDIR", deep);
     LogEntries log;
-    const auto serve = [] {
+    const auto serve = [&deep] {
         const Editor::Server server(accept);
         runMain(client(server.path(), "/x").run());
+        return !std::filesystem::is_empty(deep + "/mv.presence");
     };
-    serve();
-    EXPECT_TRUE(std::filesystem::exists(deep + "/mv.presence"));
+    EXPECT_TRUE(serve()) << "a path that is too long for a socket";
     const Faults fault(Faults::failing(SystemCall::bind, EPERM, 2));
-    serve();
-    serve();
+    EXPECT_FALSE(serve());
+    EXPECT_FALSE(serve());
     const auto entries = log.take();
     const auto isOurs = [](const std::string& text) { return text.starts_with("presence: "); };
     EXPECT_LE(std::ranges::count_if(entries, isOurs), 1) << "a process, once";

@@ -173,11 +173,18 @@ Task<> HandOffServer::Service::answerPresent(const Answer* answer, Message reque
         [&answering]() noexcept { answering->cancel(); });
     Message reply = co_await waiting;
     if (!presence->hasGone()) {
+        std::exception_ptr brokenPipe;
         try {
             auto sending = bus->send(std::move(reply));
             if (co_await sending) presence->confirmAnswer();
         } catch (const Errno& failure) {
-            if (failure.number() != EPIPE || !presence->hasGone()) throw;
+            if (failure.number() != EPIPE) throw;
+            brokenPipe = std::current_exception();
+        }
+        if (brokenPipe) {
+            // A client that dies may close the pipe before its connection.
+            auto going = presence->goesSoon();
+            if (!co_await going) std::rethrow_exception(brokenPipe);
         }
     }
     auto going = presence->untilGone();

@@ -23,8 +23,10 @@ namespace Platform::detail {
 namespace {
 
 constexpr std::string_view directoryName = "mv.presence";
-constexpr char newMark = '.';               // before the name of a socket that does not listen yet
-constexpr std::chrono::seconds patience(1); // with a client that is not the one who asked
+constexpr char newMark = '.'; // before the name of a socket that does not listen yet
+/// How long a client that has the turn may take to say that its question is complete, or to hang up
+/// after it has closed the pipe.
+constexpr std::chrono::seconds commitTimeout(1);
 constexpr std::chrono::milliseconds retryTime(100);
 
 /// Up to the last slash.
@@ -171,15 +173,17 @@ bool Presence::hasGone() {
 }
 
 Task<bool> Presence::isWhole() {
-    std::atomic<bool> isOver = false;
-    const Alarm limit(patience, [this, &isOver] {
-        isOver = true;
-        wake();
-    });
-    auto waiting = until(&Visitor::hasSent, &isOver);
+    auto waiting = untilOrTimeout(&Visitor::hasSent);
     co_await waiting;
     const std::lock_guard guard(mutex_);
     co_return holder_ && holder_->hasConfirmed();
+}
+
+Task<bool> Presence::goesSoon() {
+    auto waiting = untilOrTimeout(&Visitor::hasGone);
+    co_await waiting;
+    const std::lock_guard guard(mutex_);
+    co_return !holder_ || holder_->hasGone();
 }
 
 void Presence::confirmAnswer() {
@@ -195,7 +199,17 @@ Task<> Presence::untilGone() {
     visitor = std::exchange(holder_, nullptr);
 }
 
-/// Suspends until something is so of the client that has the turn, or all is over.
+Task<> Presence::untilOrTimeout(bool (Visitor::*isSo)() const) {
+    std::atomic<bool> isOver = false;
+    const Alarm limit(commitTimeout, [this, &isOver] {
+        isOver = true;
+        wake();
+    });
+    auto waiting = until(isSo, &isOver);
+    co_await waiting;
+}
+
+/// Suspends until the client that has the turn satisfies `isSo`, nobody has the turn, or `isOver`.
 Task<> Presence::until(bool (Visitor::*isSo)() const, const std::atomic<bool>* isOver) {
     const auto self = shared_from_this();
     for (bool waited = true; waited;) {

@@ -71,8 +71,12 @@ public:
     /// Tells the client that has the turn that its answer is whole.
     void confirmAnswer();
 
-    /// Suspends until the client that has the turn has gone; takes the turn from it then. This and
-    /// `isWhole` are not cut short by cancellation, but by `close`.
+    /// Suspends until the client that has the turn has gone; false when it has not within a second.
+    /// A process that dies may close the pipe before its connection.
+    Task<bool> goesSoon();
+
+    /// Suspends until the client that has the turn has gone; takes the turn from it then. Not cut
+    /// short by cancellation, but by `close`; nor are `isWhole` and `goesSoon`.
     Task<> untilGone();
 
     /// Clients with the turn or waiting for it.
@@ -89,6 +93,7 @@ private:
     void acceptVisitors();
     void offerTurn();
     void changed(const Visitor& visitor) noexcept;
+    Task<> untilOrTimeout(bool (Visitor::*isSo)() const);
     Task<> until(bool (Visitor::*isSo)() const, const std::atomic<bool>* isOver);
     void wake() noexcept;
 
