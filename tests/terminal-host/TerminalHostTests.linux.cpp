@@ -230,6 +230,23 @@ TEST_F(TerminalHost, LeavesTheTerminalAsItWas) {
     EXPECT_EQ(committing(talks + "read -r line; }; f", typing("\n")), 0);
 }
 
+TEST_F(TerminalHost, PassesSignalsOnToItsCommand) {
+    write("command", "for name in WINCH USR1 USR2; do trap \"echo $name\" $name; done; "
+                     "trap 'exit 7' TERM; echo ready; while :; do :; done");
+    Pty pty("exec '" + host + "' sh command");
+    pty.until("ready\r\n");
+    const std::pair<int, const char*> signals[] = {
+        {SIGWINCH, "WINCH"}, {SIGUSR1, "USR1"}, {SIGUSR2, "USR2"}};
+    for (int round = 0; round < rounds(20, 2'000); ++round) {
+        const auto& [number, name] = signals[round % 3];
+        if (round > 2) ::kill(pty.id(), SIGCONT); // a second signal comes right after the first
+        ::kill(pty.id(), number);
+        EXPECT_EQ(pty.until(std::string(name) + "\r\n"), "");
+    }
+    ::kill(pty.id(), SIGTERM);
+    EXPECT_EQ(pty.wait().status, 7);
+}
+
 TEST_F(TerminalHost, StaysAsSmallThroughManyAndLargeEdits) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     constexpr long slack = 16384; // they keep what was freed
