@@ -3,9 +3,13 @@ function(platform_add_executable name)
     add_executable(${name} ${ARGN})
     target_link_libraries(${name} PRIVATE Platform::Platform platform_flags)
     target_link_options(${name} PRIVATE $<$<PLATFORM_ID:Linux>:-Wl,--gc-sections>)
+    if(PLATFORM_EMULATE_DARWIN)
+        target_link_libraries(${name} PRIVATE darwin-emulation)
+    endif()
 endfunction()
 
-# platform_add_plain_c(NAME SOURCE...): an executable of system calls only, without the library.
+# platform_add_plain_c(NAME SOURCE...): an executable of system calls only, without the library. It has
+# Linux's calls, emulated system or not.
 function(platform_add_plain_c name)
     add_executable(${name} ${ARGN})
     target_link_libraries(${name} PRIVATE platform_flags Threads::Threads)
@@ -13,9 +17,10 @@ function(platform_add_plain_c name)
 endfunction()
 
 # platform_link_statically(NAME): the program needs nothing, not even a dynamic linker. Darwin has no
-# static programs, and the sanitizers' run-time libraries do not work in them.
+# static programs, emulated or not, and the sanitizers' run-time libraries do not work in them.
 function(platform_link_statically name)
-    if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT PLATFORM_SANITIZE AND NOT BUILD_SHARED_LIBS)
+    if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT PLATFORM_SANITIZE AND NOT BUILD_SHARED_LIBS
+            AND NOT PLATFORM_EMULATE_DARWIN)
         target_link_options(${name} PRIVATE -static)
     endif()
 endfunction()

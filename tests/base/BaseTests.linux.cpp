@@ -1,3 +1,4 @@
+#include <Platform/base/detail/Sigpipe.h>
 #include <Platform/base/detail/SystemLogger.h>
 #include <Platform/command/detail/Pipe.h>
 
@@ -58,6 +59,7 @@ TEST(FileDescriptor, MovesBytesThroughInterruptionsAndShortCounts) {
 
 TEST(FileDescriptor, AVanishedReaderIsAnErrorWhateverTheSignalsState) {
     const FileDescriptor writer = makePipe().writing;
+    detail::suppressSigpipe(writer.get()); // which macOS needs, for each descriptor
     sigset_t sigpipe, mask, pending;
     const auto isPendingAfterWrite = [&] {
         const NothingLeft check;

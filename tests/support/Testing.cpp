@@ -75,6 +75,7 @@ Process::Process(std::vector<std::string> arguments, const Environment& changes)
     sigemptyset(&signals);
     posix_spawnattr_setsigmask(&attributes, &signals);
     sigfillset(&signals);
+    for (const int fixed : {SIGKILL, SIGSTOP}) sigdelset(&signals, fixed); // macOS refuses them
     posix_spawnattr_setsigdefault(&attributes, &signals);
     const int error = posix_spawnp(&id_, name_.c_str(), &actions, &attributes,
                                    pointers(arguments).data(), pointers(environment).data());

@@ -93,6 +93,13 @@ private:
 
 class TerminalHost : public RealTools {
 protected:
+    /// Kills a process that still runs, by what a shell wrote of its id.
+    static void endProcess(const std::string& id) {
+        const int number = std::atoi(id.c_str());
+        ASSERT_GT(number, 1) << id; // anything else would mean this process's group
+        EXPECT_EQ(::kill(number, SIGKILL), 0);
+    }
+
     const std::string host = program("terminal-host");
 };
 
@@ -124,7 +131,7 @@ TEST_F(TerminalHost, StandsInForItsCommand) {
     EXPECT_FALSE(std::filesystem::exists("two")) << "relative to nobody knows what";
     const auto daemon = run(
         {host, "--askpass", "setsid sleep 1000 & echo $! $1 #", "sh", "-c", "$GIT_ASKPASS 'Who?'"});
-    EXPECT_EQ(::kill(std::atoi(daemon.output.c_str()), SIGKILL), 0) << "it has not held us up";
+    endProcess(daemon.output); // which has not held up its host
     EXPECT_EQ(run({host, "/etc/passwd"}).status, 126);
     for (const char* const wrong : {"", "--", "--edit", "--no true", "--accept=1 true",
                                     "--accept --decline true", "--message-file missing true"}) {
@@ -138,7 +145,7 @@ TEST_F(TerminalHost, StandsInForItsCommand) {
               run({"sh", "-c", gigabyte + " | cksum"}).output);
     const auto leaves = run({host, "sh", "-c", "setsid sleep 1000 & echo $!"});
     EXPECT_EQ(leaves.status, 0);
-    EXPECT_EQ(::kill(std::atoi(leaves.output.c_str()), SIGKILL), 0);
+    endProcess(leaves.output);
     const auto keeps = run({host, "--keep-askpass", "sh", "-c", "echo $GIT_ASKPASS $SSH_ASKPASS"},
                            {{"GIT_ASKPASS", "mine"}, {"SSH_ASKPASS", std::nullopt}});
     EXPECT_EQ(keeps.output, "mine " + program("askpass-shim") + "\n");

@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 // The working directory of one thread. No header of the system declares this call.
-extern "C" int pthread_fchdir_np(int directory) __attribute__((weak_import));
+extern "C" int pthread_fchdir_np(int directory) __attribute__((weak));
 
 namespace Platform::detail {
 

@@ -1,0 +1,3 @@
+#pragma once
+
+enum vtype { VNON, VREG, VDIR };
