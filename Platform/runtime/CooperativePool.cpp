@@ -100,7 +100,7 @@ public:
     bool isSeated = false;           ///< Waits for the system's events instead.
     std::uint32_t seenTaskCount = 0; ///< By whoever watches the slots, under the pool's mutex.
 
-    std::thread thread;
+    detail::Thread thread;
 
     static thread_local constinit Worker* current;
 
@@ -300,7 +300,7 @@ void CooperativePool::State::end() {
         }
     }
     for (const auto& worker : workers) {
-        if (worker->thread.joinable()) worker->thread.join();
+        if (worker->thread.id()) worker->thread.join();
     }
     while (guests != 0) std::this_thread::yield(); // a few instructions of theirs
 }
@@ -313,7 +313,7 @@ CooperativePool::CooperativePool(std::size_t workers) : state_(std::make_unique<
     state.parked.reserve(state.workers.size());
     try {
         for (const auto& worker : state.workers) {
-            worker->thread = detail::startThread([&state, &self = *worker] { state.run(self); });
+            worker->thread = detail::Thread([&state, &self = *worker] { state.run(self); });
         }
     } catch (...) {
         state.end();

@@ -6,7 +6,6 @@
 #include <condition_variable>
 #include <map>
 #include <mutex>
-#include <thread>
 #include <utility>
 
 namespace Platform::detail {
@@ -35,15 +34,15 @@ public:
         std::unique_lock lock(mutex_);
         if (entry.isWaiting) {
             entries_.erase(entry.place);
-        } else if (std::this_thread::get_id() != thread_) {
+        } else if (Thread::currentId() != thread_) {
             settled_.wait(lock, [&] { return running_ != &entry; });
         }
     }
 
 private:
     Bell() {
-        std::thread thread = startThread([this] { serve(); });
-        thread_ = thread.get_id(); // read only by those who found this object, after this
+        Thread thread([this] { serve(); });
+        thread_ = thread.id(); // read only by those who found this object, after this
         thread.detach();
     }
 
@@ -80,7 +79,7 @@ private:
     std::condition_variable settled_;
     std::multimap<Clock::time_point, std::shared_ptr<Entry>> entries_;
     const Entry* running_ = nullptr;
-    std::thread::id thread_;
+    Thread::Id thread_;
 };
 
 Alarm::Alarm(std::chrono::milliseconds time, std::function<void()> function)

@@ -20,7 +20,7 @@ void BlockingPool::submit(BlockingJob& job) {
     std::unique_lock lock(mutex_);
     if (lender_ && lender_->take(job)) return;
     if (queued_ >= idle_) {
-        startThread([this] { serve(); }).detach();
+        Thread([this] { serve(); }).detach();
         ++threads_;
         ++idle_;
     }

@@ -1,7 +1,5 @@
 #include <Platform/runtime/detail/Poller.h>
 
-#include <Platform/runtime/detail/Threads.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -38,10 +36,10 @@ Poller* Poller::ifUsed() noexcept {
 }
 
 Poller::Poller() {
-    std::thread thread = startThread([this] { serve(); });
+    Thread thread([this] { serve(); });
     {
         const std::lock_guard guard(mutex_);
-        thread_ = sitter_ = thread.get_id();
+        thread_ = sitter_ = thread.id();
     }
     thread.detach();
     used.store(this, std::memory_order_release);
@@ -60,7 +58,7 @@ bool Poller::cancel(Watch& watch) noexcept {
     if (std::exchange(watch.isKnown_, false)) queue_.remove(watch);
     std::replace(batch_.begin(), batch_.end(), &watch, static_cast<Watch*>(nullptr));
     const bool wasArmed = std::exchange(watch.isArmed_, false);
-    if (running_ == &watch && std::this_thread::get_id() != sitter_) {
+    if (running_ == &watch && Thread::currentId() != sitter_) {
         watch.isStopping_ = true;
         settled_.wait(lock, [&] { return running_ != &watch; });
         watch.isStopping_ = false;
@@ -71,8 +69,8 @@ bool Poller::cancel(Watch& watch) noexcept {
 bool Poller::takeSeat() noexcept {
     const std::lock_guard guard(mutex_);
     // The own thread, while it waits, learns that it has lost the seat when there are events.
-    const bool isFree = sitter_ == std::thread::id() || (sitter_ == thread_ && !isDelivering_);
-    if (isFree) sitter_ = std::this_thread::get_id();
+    const bool isFree = !sitter_ || (sitter_ == thread_ && !isDelivering_);
+    if (isFree) sitter_ = Thread::currentId();
     return isFree;
 }
 
@@ -105,11 +103,10 @@ void Poller::deliver(std::unique_lock<std::mutex>& lock) noexcept {
 
 void Poller::serve() noexcept {
     setThreadName("platform-poller");
-    const std::thread::id nobody;
     for (;;) {
         queue_.wait();
         std::unique_lock lock(mutex_);
-        if (sitter_ == nobody) sitter_ = thread_;
+        if (!sitter_) sitter_ = thread_;
         if (sitter_ == thread_) {
             deliver(lock);
             continue;
@@ -118,7 +115,7 @@ void Poller::serve() noexcept {
             lock.unlock();
             emptySeat_.wait();
             lock.lock();
-        } while (sitter_ != nobody);
+        } while (sitter_);
         sitter_ = thread_;
     }
 }

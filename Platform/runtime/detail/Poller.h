@@ -2,12 +2,12 @@
 
 #include <Platform/runtime/detail/EventQueue.h>
 #include <Platform/runtime/detail/PatienceTimer.h>
+#include <Platform/runtime/detail/Threads.h>
 
 #include <array>
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
-#include <thread>
 
 namespace Platform::detail {
 
@@ -101,8 +101,8 @@ private:
     std::array<Watch*, 64> batch_{}; ///< Taken from the queue, to be called; null: cancelled.
     Watch* running_ = nullptr;
     bool isDelivering_ = false;
-    std::thread::id sitter_; ///< Who has the seat, or nobody.
-    std::thread::id thread_; ///< The poller's own.
+    Thread::Id sitter_; ///< Who has the seat, or nobody.
+    Thread::Id thread_; ///< The poller's own.
 };
 
 } // namespace Platform::detail

@@ -1,11 +1,17 @@
 #include <Platform/runtime/detail/Threads.h>
 
 #include <csignal>
+#include <cstddef>
+#include <exception>
+#include <memory>
+#include <system_error>
 #include <utility>
 
 namespace Platform::detail {
 
 namespace {
+
+constexpr std::size_t stackSize = 8 << 20; // reserved, not touched
 
 /// Blocks the signals that a thread born meanwhile shall not take.
 class SignalsBlocked {
@@ -27,11 +33,57 @@ private:
     sigset_t before_;
 };
 
+using Body = std::function<void()>;
+
+/// Starts a thread that runs `entry(argument)`. Returns an error number, or 0.
+int create(pthread_t& id, void* (*entry)(void*), void* argument) noexcept {
+    pthread_attr_t attributes;
+    if (const int error = pthread_attr_init(&attributes)) return error;
+    int error = pthread_attr_setstacksize(&attributes, stackSize);
+    if (error == 0) {
+        const SignalsBlocked blocked;
+        error = pthread_create(&id, &attributes, entry, argument);
+    }
+    pthread_attr_destroy(&attributes);
+    return error;
+}
+
+extern "C" void* runThread(void* argument) noexcept {
+    const std::unique_ptr<Body> body(static_cast<Body*>(argument));
+    (*body)();
+    return nullptr;
+}
+
 } // namespace
 
-std::thread startThread(std::function<void()> body) {
-    const SignalsBlocked blocked;
-    return std::thread(std::move(body));
+Thread::Thread(Body body) {
+    auto owned = std::make_unique<Body>(std::move(body));
+    pthread_t id{};
+    if (const int error = create(id, runThread, owned.get())) {
+        throw std::system_error(error, std::generic_category(), "cannot start a thread");
+    }
+    owned.release(); // NOLINT(bugprone-unused-return-value): the thread has it
+    id_ = id;
+}
+
+Thread::Thread(Thread&& other) noexcept : id_(std::exchange(other.id_, std::nullopt)) {}
+
+Thread& Thread::operator=(Thread&& other) noexcept {
+    if (id_) std::terminate();
+    id_ = std::exchange(other.id_, std::nullopt);
+    return *this;
+}
+
+Thread::~Thread() {
+    if (id_) std::terminate();
+}
+
+void Thread::join() noexcept {
+    pthread_join(*std::exchange(id_, std::nullopt), nullptr);
+}
+
+void Thread::detach() noexcept {
+    pthread_detach(*std::exchange(id_, std::nullopt));
 }
 
 } // namespace Platform::detail
