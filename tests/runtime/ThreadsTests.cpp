@@ -34,4 +34,13 @@ TEST(Thread, HasRoomForDeepCallbacks) {
     EXPECT_EXIT(useStacksOfThreads(), testing::ExitedWithCode(0), "");
 }
 
+TEST(Thread, KeepsTheBeginningOfALongName) {
+    const std::string name(100, 'x');
+    detail::setThreadName(name.c_str());
+    std::array<char, 200> found{};
+    ASSERT_EQ(::pthread_getname_np(::pthread_self(), found.data(), found.size()), 0);
+    EXPECT_NE(found[0], '\0');
+    EXPECT_TRUE(name.starts_with(found.data())) << found.data();
+}
+
 } // namespace Platform

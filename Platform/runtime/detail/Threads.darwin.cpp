@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstring>
 
 #include <pthread.h>
 #include <pthread/qos.h>
@@ -9,7 +10,9 @@
 namespace Platform::detail {
 
 void setThreadName(const char* name) noexcept {
-    pthread_setname_np(name);
+    char cut[64] = {}; // a longer name is refused
+    std::strncpy(cut, name, sizeof cut - 1);
+    pthread_setname_np(cut);
 }
 
 void setThreadUrgency(int urgency) noexcept {
