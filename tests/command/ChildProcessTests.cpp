@@ -115,6 +115,41 @@ TEST_F(ChildProcesses, SayWhichFileAFailedLaunchIsAbout) {
     std::signal(SIGCHLD, SIG_DFL);
 }
 
+// macOS says that a child that a debugger has taken over is no child of ours.
+TEST_F(ChildProcesses, StayOursWhileTheSystemDeniesIt) {
+    const ChildProcess child = startShell("exec tail -f /dev/null");
+    {
+        const Faults fault(Faults::failing(SystemCall::wait, ECHILD, 1'000));
+        EXPECT_TRUE(child.isRunning());
+        EXPECT_TRUE(child.sendSignal(0));
+        EXPECT_TRUE(child.sendSignalToGroup(0));
+    }
+    EXPECT_TRUE(child.sendSignalToGroup(SIGTERM));
+    child.waitForEnd();
+    EXPECT_FALSE(child.isRunning());
+    EXPECT_EQ(thrownNumber([&] { EXPECT_EQ(child.status(), SIGTERM); }), 0);
+}
+
+TEST_F(ChildProcesses, AreGoneOnceOthersHaveCollectedThem) {
+    Pipe in = makePipe();
+    const ChildProcess child = startShell("exec cat", nullptr, &in.reading, true);
+    std::atomic<bool> collects = false; // the end is not noted before
+    const Faults holdUp([&](SystemCall call, std::size_t*) {
+        if (call == SystemCall::wait) collects.wait(false);
+        return 0;
+    });
+    in.reading.reset();
+    in.writing.reset();
+    EXPECT_EQ(::waitpid(child.id(), nullptr, 0), child.id());
+    collects = true;
+    collects.notify_all();
+    EXPECT_FALSE(child.isRunning());
+    child.waitForEnd();
+    EXPECT_FALSE(child.sendSignal(0));
+    EXPECT_FALSE(child.sendSignalToGroup(0));
+    EXPECT_EQ(thrownNumber([&] { child.status(); }), ECHILD);
+}
+
 // An error, and nobody hangs.
 TEST_F(ChildProcesses, MayHaveTheirEndThrownAwayByTheHost) {
     const ChildProcess lost = startShell("kill -STOP $$");

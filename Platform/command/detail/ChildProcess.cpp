@@ -56,7 +56,11 @@ public:
 
     bool isRunning() noexcept {
         const std::lock_guard guard(mutex_);
-        return !isNoted_ && !collect(WEXITED | WNOWAIT | WNOHANG);
+        if (isNoted_) return false;
+        siginfo_t info{};
+        if (askForEnd(WEXITED | WNOWAIT | WNOHANG, info) == 0) return info.si_pid == 0;
+        // Collected by others; or a debugger has taken it over until it lets go (macOS).
+        return ::kill(id(), 0) == 0 || errno == EPERM;
     }
 
     bool sendSignal(int number, bool toGroup) noexcept {
@@ -143,12 +147,18 @@ private:
         }
     }
 
-    /// Asks for the end, and keeps what it was. False: it has not come.
-    bool collect(int options) noexcept {
-        siginfo_t info{};
-        const int result = trySystemCall(SystemCall::wait, [&] {
+    /// As waitid: 0, or -1 with `errno`. No process id in `info`: the end has not come.
+    int askForEnd(int options, siginfo_t& info) const noexcept {
+        return trySystemCall(SystemCall::wait, [&] {
             return ::waitid(P_PID, static_cast<id_t>(id()), &info, options);
         });
+    }
+
+    /// Asks for the end, and keeps what it was. False: it has not come. Only once the system has
+    /// told of the end: before that, an error does not mean that there is nothing to collect.
+    bool collect(int options) noexcept {
+        siginfo_t info{};
+        const int result = askForEnd(options, info);
         if (result == 0 && info.si_pid == 0) return false;
         if (result == 0) {
             wasKilled_ = info.si_code != CLD_EXITED;

@@ -67,7 +67,8 @@ public:
     /// Names the process for as long as it runs.
     int id() const noexcept;
 
-    /// False from the end of the process on, whether it was noted already or not.
+    /// False from the end of the process on, whether it was noted already or not; while a debugger
+    /// keeps the end to itself, it has not come.
     bool isRunning() const noexcept;
 
     /// Sends a signal to the process. Returns false, and signals nobody, when its end was noted or
