@@ -115,6 +115,31 @@ TEST_F(ChildProcesses, SayWhichFileAFailedLaunchIsAbout) {
     std::signal(SIGCHLD, SIG_DFL);
 }
 
+TEST_F(ChildProcesses, TakeDescriptorsHoweverHigh) {
+    constexpr int high = 10'300;
+    rlimit usual{};
+    ::getrlimit(RLIMIT_NOFILE, &usual);
+    if (usual.rlim_max < high + 100) GTEST_SKIP() << "may not have so many descriptors";
+    rlimit raised = usual;
+    raised.rlim_cur = std::max<rlim_t>(usual.rlim_cur, high + 100);
+    ::setrlimit(RLIMIT_NOFILE, &raised);
+    Pipe in = makePipe(), out = makePipe();
+    const auto lift = [](FileDescriptor& end) {
+        end = FileDescriptor(::fcntl(end.get(), F_DUPFD_CLOEXEC, high));
+    };
+    lift(in.reading);
+    lift(out.writing);
+    ASSERT_GE(in.reading.get(), high);
+    in.writing.write(Data("given "));
+    in.writing.reset();
+    const ChildProcess child = startShell("cat; echo said", &out.writing, &in.reading);
+    out.writing.reset();
+    EXPECT_EQ(out.reading.readToEnd().view(), "given said\n");
+    child.waitForEnd();
+    in.reading.reset();
+    ::setrlimit(RLIMIT_NOFILE, &usual);
+}
+
 // macOS says that a child that a debugger has taken over is no child of ours.
 TEST_F(ChildProcesses, StayOursWhileTheSystemDeniesIt) {
     const ChildProcess child = startShell("exec tail -f /dev/null");

@@ -84,6 +84,9 @@ LaunchVectors::LaunchVectors(const Launch& launch) : environment_(processEnviron
 std::string describeFailure(const Launch& launch, const LaunchFailure& failure) {
     const std::string& path = launch.path;
     if (failure.stage == LaunchStage::start) return path;
+    if (failure.stage == LaunchStage::descriptors) {
+        return path + " (all descriptors below 10240 are in use)";
+    }
     if (launch.workingDirectory && (failure.stage == LaunchStage::workingDirectory ||
                                     !canRead(*launch.workingDirectory + "/.", X_OK))) {
         return *launch.workingDirectory + " (the working directory for " + path + ")";

@@ -1,20 +1,51 @@
 #include <Platform/command/detail/ProcessLaunch.h>
 
+#include <Platform/base/FileDescriptor.h>
 #include <Platform/base/detail/SystemCall.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 
+#include <fcntl.h>
+#include <limits.h>
 #include <spawn.h>
 
 namespace Platform::detail {
 
 namespace {
 
+/// The descriptors of a launch, with numbers that posix_spawn takes: below OPEN_MAX, whatever this
+/// process's limit is.
+class LowDescriptors {
+public:
+    explicit LowDescriptors(const LaunchPlan& plan) noexcept : numbers_(plan.descriptors) {
+        for (std::size_t i = 0; i < numbers_.size(); ++i) {
+            if (numbers_[i] < OPEN_MAX) continue;
+            copies_[i] = FileDescriptor(trySystemCall(SystemCall::fcntl, [&] {
+                return ::fcntl(numbers_[i], F_DUPFD_CLOEXEC, 3); // the lowest that is free
+            }));
+            if (error_ == 0 && !copies_[i]) error_ = errno;
+            if (error_ == 0 && copies_[i].get() >= OPEN_MAX) error_ = EMFILE;
+            numbers_[i] = copies_[i].get();
+        }
+    }
+
+    /// Why there are none: an error number, or 0.
+    int error() const noexcept { return error_; }
+    int operator[](std::size_t index) const noexcept { return numbers_[index]; }
+
+private:
+    std::array<FileDescriptor, 3> copies_;
+    std::array<int, 3> numbers_;
+    int error_ = 0;
+};
+
 /// The attributes and actions of a launch; the first failure counts.
 class Description {
 public:
-    explicit Description(const LaunchPlan& plan) noexcept {
+    Description(const LaunchPlan& plan, const LowDescriptors& descriptors) noexcept {
         note(::posix_spawnattr_init(&attributes_));
         note(::posix_spawn_file_actions_init(&actions_));
         sigset_t signals;
@@ -35,7 +66,7 @@ public:
             note(::posix_spawn_file_actions_addchdir_np(&actions_, plan.workingDirectory));
         }
         for (int number = 0; number < 3; ++number) {
-            const int from = plan.descriptors[static_cast<std::size_t>(number)];
+            const int from = descriptors[static_cast<std::size_t>(number)];
             note(::posix_spawn_file_actions_adddup2(&actions_, from, number));
         }
     }
@@ -64,7 +95,12 @@ private:
 
 LaunchedProcess launchProcess(const LaunchPlan& plan, LaunchFailure& failure) noexcept {
     LaunchedProcess process;
-    const Description description(plan);
+    const LowDescriptors descriptors(plan);
+    if (const int error = descriptors.error(); error != 0) {
+        failure = {error, error == EMFILE ? LaunchStage::descriptors : LaunchStage::start};
+        return process;
+    }
+    const Description description(plan, descriptors);
     failure.number = description.error();
     if (failure.number != 0) return process;
     pid_t id = -1;

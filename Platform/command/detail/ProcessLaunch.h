@@ -25,7 +25,12 @@ struct LaunchPlan {
 };
 
 /// The step that failed.
-enum class LaunchStage { start, workingDirectory, execute };
+enum class LaunchStage {
+    descriptors, ///< No number that the system can hand over is free (macOS).
+    start,
+    workingDirectory,
+    execute,
+};
 
 struct LaunchFailure {
     int number = 0; ///< Of the error; 0: none.
