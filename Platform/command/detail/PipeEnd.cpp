@@ -1,6 +1,7 @@
 #include <Platform/command/detail/PipeEnd.h>
 
 #include <Platform/base/Errno.h>
+#include <Platform/base/detail/Shortage.h>
 #include <Platform/base/detail/Sigpipe.h>
 #include <Platform/base/detail/SystemCall.h>
 #include <Platform/command/detail/BulkStream.h>
@@ -81,7 +82,8 @@ bool PipeEnd::isWritable() const noexcept {
     const std::lock_guard guard(mutex_);
     if (hasEnded_) return true;
     pollfd subject{end_.get(), POLLOUT, 0};
-    return trySystemCall(SystemCall::poll, [&] { return ::poll(&subject, 1, 0); }) != 0;
+    const int count = trySystemCall(SystemCall::poll, [&] { return ::poll(&subject, 1, 0); });
+    return count > 0 || (count == -1 && !isShortage(errno));
 }
 
 void PipeEnd::discard() noexcept {

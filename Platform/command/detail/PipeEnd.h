@@ -40,7 +40,8 @@ public:
     /// Takes the bytes that fit away from the front. `ended`: nobody will read them.
     Progress write(std::span<const std::byte>& bytes) noexcept;
 
-    /// Whether a write would get somewhere, be it to an error.
+    /// Whether a write would get somewhere, be it to an error. False, too, when the system is
+    /// too short of memory to tell.
     bool isWritable() const noexcept;
 
     /// Await until another try may do more than the last. Ignores cancellation: `close` ends it.

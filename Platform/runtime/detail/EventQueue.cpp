@@ -1,5 +1,7 @@
 #include <Platform/runtime/detail/EventQueue.h>
 
+#include <Platform/base/detail/Shortage.h>
+
 #include <cerrno>
 
 #include <poll.h>
@@ -10,7 +12,10 @@ void EventQueue::wait() const noexcept {
     // The queue itself can be waited for, so nothing has to be taken from it before the lock is
     // held that keeps the watches alive.
     pollfd waiting{queue_.get(), POLLIN, 0};
-    while (::poll(&waiting, 1, -1) == -1 && errno == EINTR) {
+    while (::poll(&waiting, 1, -1) == -1) {
+        if (errno == EINTR) continue;
+        pauseBeforeRetry(); // the system cannot wait just now; there may be events all the same
+        return;
     }
 }
 

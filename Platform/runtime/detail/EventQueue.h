@@ -27,7 +27,8 @@ public:
     /// Its event is not queued any more, and if it was, is not taken any more.
     void remove(Watch& watch) noexcept;
 
-    /// Blocks until there are events to take, or the bell rings.
+    /// Blocks until there are events to take, or the bell rings. May return earlier, but not at
+    /// once.
     void wait() const noexcept;
 
     /// Takes events, and silences the bell; never blocks. Returns how many; some may be null.
