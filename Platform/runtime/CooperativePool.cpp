@@ -1,5 +1,6 @@
 #include <Platform/runtime/CooperativePool.h>
 
+#include <Platform/base/detail/CacheLine.h>
 #include <Platform/runtime/detail/DefaultExecutor.h>
 #include <Platform/runtime/detail/Poller.h>
 #include <Platform/runtime/detail/ReadyQueue.h>
@@ -83,7 +84,7 @@ private:
 
 } // namespace
 
-class alignas(64) CooperativePool::Worker {
+class alignas(detail::cacheLine) CooperativePool::Worker {
 public:
     explicit Worker(State& owner) noexcept : pool(owner) {}
 

@@ -2,6 +2,7 @@
 
 #include <Platform/async/detail/Wait.h>
 #include <Platform/base/Export.h>
+#include <Platform/base/detail/CacheLine.h>
 #include <Platform/base/detail/MessageBlock.h>
 #include <Platform/base/detail/QuickMutex.h>
 
@@ -81,9 +82,9 @@ private:
 
     /// What was added and not looked at yet, the newest first. Adding takes no lock while all slots
     /// are busy, so that it is not held up by the operations that end meanwhile.
-    alignas(64) std::atomic<QueueOperation*> inbox_{nullptr};
+    alignas(cacheLine) std::atomic<QueueOperation*> inbox_{nullptr};
 
-    alignas(64) QuickMutex mutex_;
+    alignas(cacheLine) QuickMutex mutex_;
     std::atomic<std::size_t> freeSlots_; ///< Written with the lock held.
     std::size_t unfinished_ = 0;         ///< Of those out of the inbox.
     LinkedList<QueueOperation> pending_;
