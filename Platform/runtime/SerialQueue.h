@@ -32,8 +32,8 @@ class SerialQueueState;
 /// submitted.
 ///
 /// An idle queue costs no thread. A queue that has work runs it on a thread of the process's
-/// elastic pool of blocking threads, named after the queue meanwhile. Work that was submitted is
-/// run also when the queue object goes before.
+/// elastic pool of blocking threads, named after the queue meanwhile and with 8 MiB of stack. Work
+/// that was submitted is run also when the queue object goes before.
 class PLATFORM_EXPORT SerialQueue {
 public:
     /// `label` must live as long as the process (a literal).

@@ -47,12 +47,20 @@ public:
         }
         friend bool operator==(Options, Options) = default;
 
-        static const Options noFollow;        ///< Act on a symbolic link itself.
-        static const Options create;          ///< Setting fails (`EEXIST`) when it is there.
-        static const Options replace;         ///< Setting fails when it is missing.
-        static const Options noSecurity;      ///< Leave out the checks of security attributes.
-        static const Options noDefault;       ///< Leave out the system's default handlers.
-        static const Options showCompression; ///< Show what the file system compresses with.
+        /// Act on a symbolic link itself. macOS refuses it for open files, where the library leaves
+        /// it out.
+        static const Options noFollow;
+        /// Setting fails (`EEXIST`) when the attribute is there.
+        static const Options create;
+        /// Setting fails when the attribute is missing.
+        static const Options replace;
+        /// Leave out the checks of security attributes. macOS refuses it from every process
+        /// (`EINVAL`): it is for the kernel's own callers.
+        static const Options noSecurity;
+        /// Leave out the system's default handlers. macOS refuses it from every process, likewise.
+        static const Options noDefault;
+        /// Show what the file system compresses with.
+        static const Options showCompression;
 
     private:
         std::int32_t rawValue_ = 0;
@@ -121,8 +129,10 @@ public:
     /// missed.
     ///
     /// The tree may be as deep as it likes and its paths longer than the system's calls take.
-    /// Memory grows with the depth, not with the number of entries; at most 34 descriptors are open
-    /// at a time. Where others change the tree meanwhile, what is moved may be missed or met twice.
+    /// macOS: an entry with a path of 1024 bytes or more has to be opened; a socket there, or a
+    /// file that may not be read, counts as one that does not have the attribute. Memory grows with
+    /// the depth, not with the number of entries; at most 34 descriptors are open at a time. Where
+    /// others change the tree meanwhile, what is moved may be missed or met twice.
     void removeAttributeRecursive(const ExtendedAttributeName& name, Options options) const;
 
     /// The same, with `visit` called after each entry, the root first, on this thread. A removal
