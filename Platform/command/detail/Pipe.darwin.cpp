@@ -1,5 +1,6 @@
 #include <Platform/command/detail/Pipe.h>
 
+#include <Platform/base/detail/ForkLock.h>
 #include <Platform/base/detail/SystemCall.h>
 
 #include <fcntl.h>
@@ -8,6 +9,7 @@
 namespace Platform::detail {
 
 Pipe makePipe() {
+    const ForkLock lock;
     int ends[2];
     systemCall(SystemCall::pipe, [&] { return ::pipe(ends); });
     Pipe made{FileDescriptor(ends[0]), FileDescriptor(ends[1])};

@@ -12,8 +12,8 @@ struct Pipe {
 
 /// Makes a pipe between this process and a child. Throws `Errno`.
 ///
-/// Linux: close-on-exec from birth. macOS has no such call: a process that other code starts just
-/// then may inherit the ends, one that `ChildProcess` starts never does.
+/// Linux: close-on-exec from birth. macOS has no such call: see `ForkLock`. A process that other
+/// code spawns just then may inherit the ends; one that `ChildProcess` starts, or a fork, does not.
 Pipe makePipe();
 
 /// Makes reads and writes of this end return at once, for use with `Watch`. The other end of a

@@ -1,5 +1,6 @@
 #include <Platform/transport/detail/LocalSocket.h>
 
+#include <Platform/base/detail/ForkLock.h>
 #include <Platform/base/detail/Sigpipe.h>
 #include <Platform/base/detail/SystemCall.h>
 
@@ -31,6 +32,7 @@ void leaveDirectory() noexcept {
 }
 
 FileDescriptor makeLocalSocket(int type) {
+    const ForkLock lock;
     FileDescriptor socket(
         systemCall(SystemCall::socket, [&] { return ::socket(AF_UNIX, type, 0); }));
     keepFromChildren(socket.get());
@@ -38,6 +40,7 @@ FileDescriptor makeLocalSocket(int type) {
 }
 
 FileDescriptor acceptLocal(const FileDescriptor& listener) noexcept {
+    const ForkLock lock; // the listener does not block
     FileDescriptor connection(trySystemCall(
         SystemCall::accept, [&] { return ::accept(listener.get(), nullptr, nullptr); }));
     if (connection) {
