@@ -256,13 +256,14 @@ TEST_F(Commands, DeliverEveryByteBeforeARunReturns) {
 }
 
 TEST_F(Commands, LeaveNothingOfAFailedLaunch) {
-    Cmd cmd = command("/bin/true", std::vector<std::string>(4096, "x"));
+    const std::string succeeds = which("true").at(0);
+    Cmd cmd = command(succeeds, std::vector<std::string>(4096, "x"));
     runMain(cmd.run());
     cmd.arguments.emplace_back("x");
     cmd.path = "/none";
     const auto number = [](const Cmd& failing) { return thrownNumber([&] { failing.start(); }); };
     EXPECT_EQ(number(cmd), E2BIG) << "before anything else";
-    EXPECT_EQ(number(command("/bin/true", {std::string(3 << 20, 'x')})), E2BIG);
+    EXPECT_EQ(number(command(succeeds, {std::string(3 << 20, 'x')})), E2BIG);
 
     const Cmd streams = connected("exec cat");
     auto waiting = detached([&]() -> Task<> { co_await streams.standardOutput->receive(); });
