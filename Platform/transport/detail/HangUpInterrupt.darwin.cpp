@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
-#include <thread>
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -59,7 +58,7 @@ struct HangUpInterrupt::State {
             systemCall(SystemCall::watch,
                        [&] { return ::kevent(queue.get(), event, 1, nullptr, 0, nullptr); });
         }
-        watcher = startThread([this, owner = ::pthread_self()] { watch(owner); });
+        watcher = Thread([this, owner = ::pthread_self()] { watch(owner); });
     }
     State(const State&) = delete;
     State& operator=(const State&) = delete;
@@ -89,7 +88,7 @@ struct HangUpInterrupt::State {
 
     const SigioHandled handled;
     const FileDescriptor queue;
-    std::thread watcher;
+    Thread watcher;
 };
 
 HangUpInterrupt::HangUpInterrupt(const FileDescriptor& connection)

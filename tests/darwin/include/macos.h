@@ -13,6 +13,7 @@
 #define PIPE_BUF 512
 #undef PATH_MAX
 #define PATH_MAX 1024
+#define OPEN_MAX 10240
 #undef SOMAXCONN
 #define SOMAXCONN 128
 
