@@ -54,11 +54,12 @@ TEST(ChildProcess, HoldsUpNobodyWhileADebuggerKeepsItsEnd) {
     std::array<char, 1> answer{};
     ASSERT_EQ(::read(said.reading.get(), answer.data(), 1), 1);
     EXPECT_TRUE(traced.isRunning());
+    EXPECT_TRUE(traced.sendSignalToGroup(SIGCONT));
     EXPECT_TRUE(traced.sendSignal(SIGKILL));
     EXPECT_TRUE(startShell(":").waitForEnd(std::chrono::seconds(60)));
     if (answer[0] == 'y') {
         EXPECT_TRUE(traced.isRunning()) << "as far as can be told";
-        EXPECT_TRUE(traced.sendSignalToGroup(SIGKILL));
+        EXPECT_TRUE(traced.sendSignal(SIGKILL));
     }
     ::kill(debugger, SIGKILL);
     EXPECT_EQ(::waitpid(debugger, nullptr, 0), debugger);
