@@ -9,25 +9,26 @@
 #include <cstddef>
 
 #include <fcntl.h>
-#include <limits.h>
 #include <spawn.h>
 
 namespace Platform::detail {
 
 namespace {
 
-/// The descriptors of a launch, with numbers that posix_spawn takes: below OPEN_MAX, whatever this
-/// process's limit is.
+/// posix_spawn takes descriptors below this number (OPEN_MAX), whatever this process's limit is.
+constexpr int descriptorLimit = 10240;
+
+/// The descriptors of a launch, with numbers that posix_spawn takes.
 class LowDescriptors {
 public:
     explicit LowDescriptors(const LaunchPlan& plan) noexcept : numbers_(plan.descriptors) {
         for (std::size_t i = 0; i < numbers_.size(); ++i) {
-            if (numbers_[i] < OPEN_MAX) continue;
+            if (numbers_[i] < descriptorLimit) continue;
             copies_[i] = FileDescriptor(trySystemCall(SystemCall::fcntl, [&] {
                 return ::fcntl(numbers_[i], F_DUPFD_CLOEXEC, 3); // the lowest that is free
             }));
             if (error_ == 0 && !copies_[i]) error_ = errno;
-            if (error_ == 0 && copies_[i].get() >= OPEN_MAX) error_ = EMFILE;
+            if (error_ == 0 && copies_[i].get() >= descriptorLimit) error_ = EMFILE;
             numbers_[i] = copies_[i].get();
         }
     }
