@@ -61,14 +61,14 @@ public:
     explicit operator bool() const noexcept { return number_ != -1; }
 };
 
-Inner makeTimer() noexcept {
-    return Inner(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
-}
-
 bool isReadable(int descriptor) noexcept {
     pollfd waiting{descriptor, POLLIN, 0};
     const timespec atOnce{};
     return ::ppoll(&waiting, 1, &atOnce, nullptr) == 1;
+}
+
+Inner makeTimer() noexcept {
+    return Inner(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
 }
 
 void setTimer(const Inner& timer, nanoseconds first, nanoseconds period) noexcept {
@@ -142,9 +142,7 @@ class Queue {
     const int number_;
     const Inner writers_;
     const Inner recheck_; ///< Running while a knote is held back.
-    /// macOS's timers take no descriptor. Most queues have one timer at most, so it seems here too
-    /// that a first timer takes none.
-    Inner spareTimer_;
+    Inner spareTimer_;    ///< A queue with one timer has the same descriptors as a queue without.
     std::map<Key, Knote> knotes_;
     std::unordered_map<std::uint64_t, Knote*> bySerial_;
     std::uint64_t lastSerial_ = recheckSerial;
@@ -165,9 +163,9 @@ class Queue {
     void erase(std::map<Key, Knote>::iterator position) noexcept {
         // The epoll forgets a closed descriptor only once no copy of it is open.
         control(EPOLL_CTL_DEL, position->second);
-        bySerial_.erase(position->second.serial);
         if (position->second.event.filter == EVFILT_TIMER && !spareTimer_)
             spareTimer_ = std::move(position->second.source);
+        bySerial_.erase(position->second.serial);
         knotes_.erase(position);
     }
 

@@ -71,7 +71,7 @@ int pthread_set_qos_class_self_np(qos_class_t wanted, int relative) {
 }
 
 // The thread does not see a later chdir of the process: it stays apart here.
-int pthread_fchdir_np(int directory) {
+int pthread_fchdir_np(int directory) { // no header declares it
     if (directory == -1 && processDirectory == -1) {
         errno = EBADF;
         return -1;

@@ -1,5 +1,5 @@
-/* Included before everything else: macOS's limits, and the numbers that its headers define and Linux's
-   lack. */
+/* Included before everything else: macOS's limits, and the numbers that its headers define and
+   Linux's lack. */
 #pragma once
 
 #include <fcntl.h>
@@ -13,7 +13,6 @@
 #define PIPE_BUF 512
 #undef PATH_MAX
 #define PATH_MAX 1024
-#define OPEN_MAX 10240
 #undef SOMAXCONN
 #define SOMAXCONN 128
 

@@ -5,4 +5,5 @@
 #ifdef __cplusplus
 extern "C"
 #endif
-int _NSGetExecutablePath(char* path, uint32_t* size);
+    int
+    _NSGetExecutablePath(char* path, uint32_t* size);

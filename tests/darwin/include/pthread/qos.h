@@ -11,4 +11,5 @@ typedef enum {
 #ifdef __cplusplus
 extern "C"
 #endif
-int pthread_set_qos_class_self_np(qos_class_t wanted, int relative);
+    int
+    pthread_set_qos_class_self_np(qos_class_t wanted, int relative);

@@ -29,4 +29,5 @@ typedef struct {
 #ifdef __cplusplus
 extern "C"
 #endif
-int getattrlistbulk(int directory, void* wanted, void* buffer, size_t size, uint64_t options);
+    int
+    getattrlistbulk(int directory, void* wanted, void* buffer, size_t size, uint64_t options);

@@ -1,8 +1,8 @@
 /* The calls with a position and options, beside Linux's own, which tests use. */
 #pragma once
 
-#include_next <sys/xattr.h>
 #include <stdint.h>
+#include_next <sys/xattr.h>
 
 #undef XATTR_CREATE
 #undef XATTR_REPLACE
