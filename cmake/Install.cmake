@@ -10,10 +10,6 @@ write_basic_package_version_file(PlatformConfigVersion.cmake COMPATIBILITY SameM
 # The same for pkg-config, which finds the rest from where the file stands.
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
            OUTPUT_VARIABLE prefix_from_pc)
-set(flags_for_pc -pthread)
-if(NOT PLATFORM_HAS_STOP_TOKEN)
-    string(APPEND flags_for_pc " -fexperimental-library")
-endif()
 configure_file(cmake/platform.pc.in platform.pc @ONLY)
 
 install(TARGETS Platform EXPORT PlatformTargets

@@ -12,10 +12,6 @@ target_link_libraries(Platform PUBLIC Threads::Threads PRIVATE $<BUILD_INTERFACE
 set_target_properties(Platform PROPERTIES VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
-if(NOT PLATFORM_HAS_STOP_TOKEN)
-    target_compile_options(Platform PUBLIC -fexperimental-library)
-    target_link_options(Platform PUBLIC -fexperimental-library)
-endif()
 
 # Each header is the only include of a generated source: it compiles only if it stands alone.
 if(PLATFORM_CHECK_HEADERS)

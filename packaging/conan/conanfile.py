@@ -54,8 +54,3 @@ class PlatformConan(ConanFile):
         self.cpp_info.libs = ["Platform"]
         if self.settings.os == "Linux":
             self.cpp_info.system_libs = ["pthread"]
-        if self.settings.get_safe("compiler.libcxx") == "libc++":
-            flags = ["-fexperimental-library"]
-            self.cpp_info.cxxflags = flags
-            self.cpp_info.exelinkflags = flags
-            self.cpp_info.sharedlinkflags = flags

@@ -6,11 +6,9 @@ class Platform < Formula
   head "file://#{ENV["HOMEBREW_PLATFORM_CHECKOUT"]}", using: :git, branch: "main"
 
   depends_on "cmake" => :build
-  depends_on "llvm" # its C++ library has stop tokens
 
   def install
-    system "cmake", "-S", ".", "-B", "build", *std_cmake_args,
-           "-DCMAKE_CXX_COMPILER=#{Formula["llvm"].opt_bin}/clang++", "-DPLATFORM_BUILD_TESTS=OFF",
+    system "cmake", "-S", ".", "-B", "build", *std_cmake_args, "-DPLATFORM_BUILD_TESTS=OFF",
            "-DPLATFORM_BUILD_EXAMPLES=OFF", "-DPLATFORM_BUILD_BENCH=OFF"
     system "cmake", "--build", "build"
     system "cmake", "--install", "build"

@@ -11,8 +11,9 @@ TEST(Mach, CountsTheThreadsOfThisProcess) {
     ASSERT_GE(before, 1);
     constexpr int extra = 20;
     std::latch done(1);
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < extra; ++i) threads.emplace_back([&] { done.wait(); });
+    std::vector<std::future<void>> threads; // waits for them when it goes
+    for (int i = 0; i < extra; ++i)
+        threads.push_back(std::async(std::launch::async, [&] { done.wait(); }));
     EXPECT_EQ(Mach::numberOfActiveThreads(), *before + extra);
     done.count_down();
 }

@@ -27,9 +27,9 @@ TEST(User, LooksItsEntryUpWithoutDisturbingOtherLookups) {
             EXPECT_EQ(found->pwShell(), expected.pwShell());
         }
     };
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 4; ++i) threads.emplace_back(expectAll);
-    threads.clear();
+    std::vector<std::future<void>> lookups;
+    for (int i = 0; i < 4; ++i) lookups.push_back(std::async(std::launch::async, expectAll));
+    lookups.clear(); // waits for them
 
     EXPECT_FALSE(User(4'000'000'123).passwd());
     const Faults tooLong(Faults::failing(SystemCall::userEntry, ERANGE, 3));
