@@ -4,23 +4,26 @@
 set -euo pipefail
 bin=$1
 
-room=$(mktemp -d)
+room=$(cd "$(mktemp -d)" && pwd -P) # as git writes it: on macOS there is a link on the way
 trap 'rm -rf "$room"' EXIT
 # The host's pipe, git's files and the user's settings all stay in the throw-away folder.
 export TMPDIR=$room HOME=$room GIT_CONFIG_NOSYSTEM=1
 unset GIT_CONFIG_GLOBAL XDG_CONFIG_HOME GIT_DIR GIT_WORK_TREE
 git config --global user.name "Demo" && git config --global user.email demo@example.org
+git config --global credential.helper "" # forgets those of the system, such as macOS's keychain
 git init -q -b main "$room/repository"
 cd "$room/repository"
 
 # host ARGUMENT...: shows the command line, and what was asked and answered.
 host() {
     local word status=0
-    # shellcheck disable=SC2016
-    printf '$ terminal-host'
+    printf '%s' "\$ terminal-host"
     for word; do
         word=${word#"$room/"}
-        [[ $word =~ ^[-a-z]+$ ]] || word=${word@Q}
+        case $word in
+        *\'*) word="\"$word\"" ;;
+        *[!-a-z]*) word="'$word'" ;;
+        esac
         printf ' %s' "$word"
     done
     echo
@@ -35,7 +38,7 @@ echo one >file && git add file
 host --message "Start with one line" -- git commit
 echo two >>file && git add file
 host --message "Add the secnod line" -- git commit
-host --todo "sed -i '2s/pick/reword/'" --message "Add the second line" -- \
+host --todo "sed -i.old '2s/pick/reword/'" --message "Add the second line" -- \
     git rebase --interactive --root
 
 echo three >>file && git add file
