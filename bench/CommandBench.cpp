@@ -81,7 +81,7 @@ private:
 void launch(benchmark::State& state, int atATime, std::size_t held) {
     constexpr int inARow = 32;
     const Ballast ballast(held);
-    const Cmd nothing = command("/bin/true", {});
+    const Cmd nothing = command("/usr/bin/true", {});
     const auto ours = [&] {
         runDetached([&]() -> Task<> {
             if (atATime == 1) {
@@ -100,7 +100,7 @@ void launch(benchmark::State& state, int atATime, std::size_t held) {
     };
     const FileDescriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
     const auto bare = [&] {
-        const char* const arguments[] = {"/bin/true", nullptr};
+        const char* const arguments[] = {"/usr/bin/true", nullptr};
         if (atATime == 1) {
             for (int i = 0; i < inARow; ++i) waitFor(start(arguments, null.get()));
             return;
@@ -119,9 +119,10 @@ const Cmd producer = command("/usr/bin/head", {"-c", size, "/dev/zero"});
 /// Reads what the producer writes; `use` gets each piece, and says where the next goes.
 void readBare(const std::function<char*(std::size_t)>& use, std::size_t most) {
     int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) == -1) throw std::runtime_error("pipe");
+    if (::pipe(ends) == -1) throw std::runtime_error("pipe");
     const FileDescriptor reading(ends[0]);
     FileDescriptor writing(ends[1]);
+    for (const int end : ends) ::fcntl(end, F_SETFD, FD_CLOEXEC);
     const char* const arguments[] = {"/usr/bin/head", "-c", size.c_str(), "/dev/zero", nullptr};
     const pid_t id = start(arguments, writing.get());
     writing.reset();
@@ -199,7 +200,7 @@ void comparePeaks(benchmark::State& state, void (*ours)(), double expected, doub
 const bool registered = [] {
     for (const std::size_t held : {std::size_t{0}, gibibyte}) {
         for (const int atATime : {1, 64}) {
-            std::string name = "run /bin/true, " + std::to_string(atATime) + " at a time";
+            std::string name = "run true, " + std::to_string(atATime) + " at a time";
             if (held > 0) name += ", holding 1 GiB";
             benchmark::RegisterBenchmark(name.c_str(), launch, atATime, held)->UseManualTime();
         }

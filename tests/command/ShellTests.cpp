@@ -81,7 +81,10 @@ TEST_F(Shells, AreLoadedAsTheyReallyAre) {
             write(scratch / name, habit + "\n" + set + "'a  b=c'\n");
         for (const char* const name : {"bash", "dash", "zsh", "fish", "tcsh"}) {
             SCOPED_TRACE(name + (" with " + habit));
-            const Shell shell = load(std::string("/bin/") + name, milliseconds(20000));
+            const auto found = which(name);
+            if (found.empty() && name == "fish"s) continue; // macOS has it not
+            ASSERT_FALSE(found.empty());
+            const Shell shell = load(found[0], milliseconds(20000));
             ASSERT_TRUE(shell.environment());
             EXPECT_EQ(shell.environment()->at("FROM_FILE"), "a  b=c");
             EXPECT_TRUE(shell.PATH());

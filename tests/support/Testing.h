@@ -189,8 +189,7 @@ inline Process::Result run(std::vector<std::string> arguments,
 
 /// Rights of nobody for the command, which only root can give.
 inline std::vector<std::string> asNobody(std::vector<std::string> command) {
-    command.insert(command.begin(),
-                   {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
+    command.insert(command.begin(), program("helper-as-nobody"));
     return command;
 }
 
