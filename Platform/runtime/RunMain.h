@@ -12,10 +12,10 @@ namespace Platform {
 enum class IdleThread {
     /// It sleeps until the task is ready.
     sleeps,
-    /// It runs blocking work of the process's serial queues itself, which saves starting a thread
-    /// for
-    /// it. While it does, the task cannot go on, even when it is ready: right for a small program
-    /// whose task waits for nothing but that work.
+    /// It runs blocking work of the process's serial queues itself, which saves starting a thread.
+    /// While it does, the task cannot go on, even when it is ready. Right for a small program whose
+    /// task waits for nothing but that work, and that handles no signals: on macOS a handler that
+    /// runs while a named pipe is opened breaks the hand-off. The library's own threads take none.
     runsBlockingWork,
 };
 

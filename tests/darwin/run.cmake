@@ -1,5 +1,8 @@
-# How the tests run on the emulation. TMPDIR has 50 characters, as it has on macOS.
-set(folder /tmp/var/folders/zz/zyxvpxvq6csfxvn_n0000000000/T/)
+# How the tests run on the emulation. TMPDIR has 50 characters, as it has on macOS. Unlike there, the
+# folder lets other users pass, whom some tests become.
+execute_process(COMMAND id -u OUTPUT_VARIABLE user OUTPUT_STRIP_TRAILING_WHITESPACE)
+string(REGEX MATCH "..........$" user 0000000000${user})
+set(folder /tmp/run-folders-${user}/zz/zyxvpxvq6csfxvn_/T/)
 file(MAKE_DIRECTORY ${folder})
 file(CHMOD ${folder} PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_EXECUTE WORLD_EXECUTE)
 set_tests_properties(${platform-tests_TESTS} PROPERTIES ENVIRONMENT TMPDIR=${folder})
