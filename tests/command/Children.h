@@ -27,7 +27,7 @@ inline ChildProcess startShell(const std::string& command, const FileDescriptor*
 /// As `NothingLeft`, and no child is left either, once those on their way out have gone.
 class NobodyLeft {
     // The first child starts what stays for good.
-    const bool warm_ = startShell(":").waitForEnd(std::chrono::seconds(60));
+    [[maybe_unused]] const bool warm_ = startShell(":").waitForEnd(std::chrono::seconds(60));
     const NothingLeft nothing_;
 
 public:
