@@ -239,7 +239,7 @@ TEST_F(TerminalHost, LeavesTheTerminalAsItWas) {
 
 TEST_F(TerminalHost, PassesSignalsOnToItsCommand) {
     write("command", "for name in WINCH USR1 USR2; do trap \"echo $name\" $name; done; "
-                     "trap 'exit 7' TERM; echo ready; while :; do :; done");
+                     "trap 'exit 7' TERM; echo ready; while kill -0 $PPID; do :; done");
     Pty pty("exec '" + host + "' sh command");
     pty.until("ready\r\n");
     const std::pair<int, const char*> signals[] = {
