@@ -71,7 +71,7 @@ void Signals::handle(std::function<void(int)> handler) {
     thread_ = std::thread([this, handler = std::move(handler)] {
         while (const int number = nextSignal()) {
             handler(number);
-            if (number == SIGINT || number == SIGQUIT) continue;
+            if (number != SIGCONT && number != SIGTSTP) continue; // see `settled`
             const std::lock_guard guard(mutex_);
             for (const auto& waiting : std::exchange(waiting_, {})) waiting.resume();
         }
@@ -95,7 +95,7 @@ Platform::Task<> Signals::settled() {
         const std::lock_guard guard(mutex_);
         waiting_.push_back(continuation);
         // Pending signals are caught in the order of their numbers: SIGINT and SIGQUIT, by which a
-        // user ends a program, before this one. Any other signal resumes the waiters as well.
+        // user ends a program, before this one. SIGTSTP discards a pending SIGCONT.
         ::kill(::getpid(), SIGCONT);
     });
     co_await waiting;
@@ -108,6 +108,8 @@ void Signals::obey(int number) noexcept {
     sigaddset(&just, number);
     struct sigaction byDefault{};
     struct sigaction caught{};
+    ::sigaction(number, nullptr, &caught);
+    if (caught.sa_handler == SIG_IGN) return;
     byDefault.sa_handler = SIG_DFL;
     ::sigaction(number, &byDefault, &caught);
     ::raise(number); // to this thread, so that it does not go on before

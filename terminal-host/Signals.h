@@ -13,8 +13,8 @@
 
 namespace TerminalHost {
 
-/// The signals that are meant for the command as much as for this program. All threads block them
-/// but the one that handles them, and that one while a handler runs. One object a process.
+/// The signals that are meant for the command as much as for this program. Every thread
+/// blocks them; the thread that handles them does not while it waits. One object a process.
 ///
 /// They are not waited for by `sigwait`. On macOS that never sees a signal that is ignored by
 /// default (SIGWINCH), and a second signal that comes before the waiting thread runs takes its
@@ -33,10 +33,10 @@ public:
     /// From now on the handler is called for each signal, also for those that came before.
     void handle(std::function<void(int)> handler);
 
-    /// Suspends until the handler has been called for every signal that came before.
+    /// Suspends until the handler has been called for every SIGINT and SIGQUIT that came before.
     Platform::Task<> settled();
 
-    /// Has this process do what the signal does by default.
+    /// Has this process do what the signal does by default; nothing if it ignores the signal.
     static void obey(int number) noexcept;
 
 private:

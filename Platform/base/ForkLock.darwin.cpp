@@ -1,5 +1,7 @@
 #include <Platform/base/detail/ForkLock.h>
 
+#include <cerrno>
+
 #include <pthread.h>
 
 namespace Platform::detail {
@@ -30,8 +32,10 @@ ForkLock::ForkLock() noexcept {
 }
 
 ForkLock::~ForkLock() {
+    const int error = errno; // of the call that made no descriptor
     unlock();
     ::pthread_sigmask(SIG_SETMASK, &signals_, nullptr);
+    errno = error;
 }
 
 } // namespace Platform::detail

@@ -79,11 +79,14 @@ Thread::~Thread() {
 }
 
 void Thread::join() noexcept {
-    pthread_join(*std::exchange(id_, std::nullopt), nullptr);
+    // As std::thread: a thread that joins itself must not go on.
+    if (!id_ || pthread_join(*id_, nullptr) != 0) std::terminate();
+    id_ = std::nullopt;
 }
 
 void Thread::detach() noexcept {
-    pthread_detach(*std::exchange(id_, std::nullopt));
+    if (!id_ || pthread_detach(*id_) != 0) std::terminate();
+    id_ = std::nullopt;
 }
 
 } // namespace Platform::detail

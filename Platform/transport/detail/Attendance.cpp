@@ -19,14 +19,19 @@ namespace {
 /// Connects, again for as long as a host that lives refuses: its queue of connections may be full
 /// (macOS; on Linux the connect blocks then). Throws `Errno`.
 void connectWhileAlive(const FileDescriptor& connection, const std::string& path) {
-    const LocalAddress address(path);
     constexpr std::chrono::milliseconds longestPause(20);
     for (std::chrono::milliseconds pause(1);; pause = std::min(2 * pause, longestPause)) {
-        const int result = trySystemCall(SystemCall::connect, [&] {
-            return ::connect(connection.get(), address.get(), address.size());
-        });
-        if (result == 0) return;
-        if (errno != ECONNREFUSED) throwErrno();
+        int error = 0;
+        {
+            // It ends before the next address: a thread has one working directory at a time.
+            const LocalAddress address(path);
+            const int result = trySystemCall(SystemCall::connect, [&] {
+                return ::connect(connection.get(), address.get(), address.size());
+            });
+            if (result != 0) error = errno;
+        }
+        if (error == 0) return;
+        if (error != ECONNREFUSED) throw Errno(error);
         if (isAbandoned(path)) throw Errno(ECONNREFUSED);
         std::this_thread::sleep_for(pause);
     }

@@ -52,8 +52,8 @@ struct HandOffServer::Service {
         presence->onDeparture(std::move(departure));
     }
 
-    /// A client that dies hangs up before it lets go of the pipe. What it has not read would stay
-    /// in there for as long as it holds it.
+    /// A client that dies may hang up before it lets go of the pipe. What it has not read would
+    /// stay in there for as long as it holds it.
     void waitForItsLastDescriptor() const {
         constexpr int patience = 100000; // somebody else's reader is no client of ours
         for (int i = 0; i < patience && bus->hasReader(); ++i) ::sched_yield();

@@ -1,5 +1,6 @@
 #include <Platform/transport/detail/HangUpInterrupt.h>
 
+#include <Platform/base/detail/Shortage.h>
 #include <Platform/base/detail/SystemCall.h>
 #include <Platform/runtime/detail/Threads.h>
 
@@ -79,6 +80,7 @@ struct HangUpInterrupt::State {
             const int count =
                 ::kevent(queue.get(), nullptr, 0, &event, 1, hasHungUp ? &repetition : nullptr);
             if (count == 1 && event.filter == EVFILT_USER) return;
+            if (count == -1) pauseBeforeRetry();
             hasHungUp = hasHungUp || (count == 1 && (event.flags & EV_EOF) != 0);
             if (!hasHungUp) continue;
             interruptedCallsFail = true;

@@ -10,9 +10,9 @@ namespace Platform::detail {
 /// thread that blocks, or is about to block, then fails with `EINTR` (see `interruptedCallsFail`),
 /// until this object goes.
 ///
-/// For a program that owns its signals: SIGIO is taken meanwhile, on Linux SIGALRM as well. One at
-/// a time, to be destroyed on the thread that made it. The connection outlives it. A hang-up that
-/// came before may go unnoticed.
+/// For a program that owns its signals: SIGIO is taken meanwhile. On Linux SIGALRM is taken as
+/// well, and all other threads must block both. One at a time, to be destroyed on the thread that
+/// made it. The connection outlives it. A hang-up that came before may go unnoticed.
 class HangUpInterrupt {
 public:
     /// Throws `Errno`, and std::system_error when there is no thread to be had (macOS).

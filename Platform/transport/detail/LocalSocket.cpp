@@ -48,10 +48,7 @@ bool hasHungUp(const FileDescriptor& connection) noexcept {
 
 bool isAbandoned(const std::string& path) {
     struct stat status;
-    if (systemCall(SystemCall::lstat, [&] { return ::lstat(path.c_str(), &status); }) != 0 ||
-        !S_ISSOCK(status.st_mode)) {
-        return false;
-    }
+    if (::lstat(path.c_str(), &status) != 0 || !S_ISSOCK(status.st_mode)) return false;
     // The type of the socket does not match a listener's, which is looked at before its queue. A
     // stream socket would be a visit, and would be refused by a full queue too (macOS).
     const FileDescriptor probe = makeLocalSocket(SOCK_DGRAM);

@@ -118,9 +118,11 @@ std::shared_ptr<Presence> Presence::create(const std::string& pipePath) {
         const std::size_t name = path.rfind('/') + 1;
         const std::string early = path.substr(0, name) + newMark + path.substr(name);
         FileDescriptor listener = makeLocalSocket();
-        const LocalAddress address(early);
-        systemCall(SystemCall::bind,
-                   [&] { return ::bind(listener.get(), address.get(), address.size()); });
+        {
+            const LocalAddress address(early);
+            systemCall(SystemCall::bind,
+                       [&] { return ::bind(listener.get(), address.get(), address.size()); });
+        }
         systemCall(SystemCall::listen, [&] { return ::listen(listener.get(), SOMAXCONN); });
         ::fcntl(listener.get(), F_SETFL, O_NONBLOCK);
         systemCall(SystemCall::rename, [&] { return ::rename(early.c_str(), path.c_str()); });

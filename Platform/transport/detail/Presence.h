@@ -75,8 +75,8 @@ public:
     /// A process that dies may close the pipe before its connection.
     Task<bool> goesSoon();
 
-    /// Suspends until the client that has the turn has gone; takes the turn from it then. Not cut
-    /// short by cancellation, but by `close`; nor are `isWhole` and `goesSoon`.
+    /// Suspends until the client that has the turn has gone; takes the turn from it then.
+    /// `close` cuts this, `isWhole` and `goesSoon` short; cancellation does not.
     Task<> untilGone();
 
     /// Clients with the turn or waiting for it.
