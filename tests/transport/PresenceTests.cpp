@@ -189,6 +189,10 @@ TEST_F(Presence, AStoppedHostKeepsItsPipeAndItsClients) {
         }
         return 0;
     });
+    sigset_t notices; // are for the thread that has the turn
+    sigemptyset(&notices);
+    for (const int number : {SIGIO, SIGALRM}) sigaddset(&notices, number);
+    ::pthread_sigmask(SIG_BLOCK, &notices, nullptr);
     auto attending = std::async(std::launch::async, [&] {
         const detail::Attendance turn(path);
         ::kill(running->processIdentifier(), SIGKILL);
