@@ -140,7 +140,7 @@ TEST_F(ChildProcesses, TakeDescriptorsHoweverHigh) {
     ::setrlimit(RLIMIT_NOFILE, &usual);
 }
 
-// macOS says that a child that a debugger has taken over is no child of ours.
+// While a debugger traces a child, waitid says on macOS that there is no such child.
 TEST_F(ChildProcesses, StayOursWhileTheSystemDeniesIt) {
     const ChildProcess child = startShell("exec tail -f /dev/null");
     {

@@ -18,7 +18,7 @@ bool areRefused(int options, int more = 0) {
     return true;
 }
 
-/// What a descriptor leads to, even if it was opened for its path only.
+/// The path of an open file, even if it was opened for its path only.
 struct PathOf {
     char text[40];
     explicit PathOf(int file) { std::snprintf(text, sizeof text, "/proc/self/fd/%d", file); }

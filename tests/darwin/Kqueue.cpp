@@ -118,7 +118,7 @@ std::size_t markOf(int descriptor) noexcept {
 struct Knote {
     struct kevent event; ///< As registered, and as delivered but for what has happened.
     std::uint64_t serial;
-    Inner source; ///< What becomes readable; none if the event's ident is a descriptor.
+    Inner source; ///< Becomes readable. Empty if the event's ident is a descriptor.
     bool isHeldBack = false;
 
     bool isOfDescriptor() const noexcept {
@@ -353,7 +353,7 @@ public:
             if (takeFrom(number_) == -1) return -1;
             // The second epoll has used one place of the room itself, so a place is left.
             if (hasWriters) takeFrom(writers_.get());
-            // What was held back has left the epoll, and may have hidden another event.
+            // A knote that is held back has left the epoll. It may have hidden another event.
             if (taken != 0 || isOver) return taken;
         }
     }

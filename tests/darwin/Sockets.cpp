@@ -72,7 +72,7 @@ using namespace DarwinEmulation;
 
 extern "C" {
 
-// What is accepted has the listener's O_NONBLOCK and SO_NOSIGPIPE.
+// An accepted connection has the listener's O_NONBLOCK and SO_NOSIGPIPE.
 int __wrap_accept(int listener, sockaddr* address, socklen_t* size) {
     const int connection = __real_accept(listener, address, size);
     if (connection < 0) return connection;

@@ -19,7 +19,7 @@ public:
     ~ForkLock();
 
 private:
-    sigset_t signals_; ///< Those that were blocked before.
+    sigset_t signals_; ///< The mask before the lock.
 };
 
 } // namespace Platform::detail

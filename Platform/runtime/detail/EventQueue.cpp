@@ -14,7 +14,7 @@ void EventQueue::wait() const noexcept {
     pollfd waiting{queue_.get(), POLLIN, 0};
     while (::poll(&waiting, 1, -1) == -1) {
         if (errno == EINTR) continue;
-        pauseBeforeRetry(); // the system cannot wait just now; there may be events all the same
+        pauseBeforeRetry(); // poll failed for a lack of memory; events may be there
         return;
     }
 }

@@ -101,7 +101,7 @@ private:
     std::array<Watch*, 64> batch_{}; ///< Taken from the queue, to be called; null: cancelled.
     Watch* running_ = nullptr;
     bool isDelivering_ = false;
-    Thread::Id sitter_; ///< Who has the seat, or nobody.
+    Thread::Id sitter_; ///< The thread that has the seat, if any.
     Thread::Id thread_; ///< The poller's own.
 };
 
